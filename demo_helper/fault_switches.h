@@ -1,0 +1,29 @@
+#pragma once
+
+// Faults the demo helper injects for tests, read once from its own environment.
+// The variables and what each does are listed in fault_switches.cpp.
+
+#include <QString>
+#include <chrono>
+#include <cstdint>
+#include <optional>
+
+enum class TimestampFault : std::uint8_t {
+    none,
+    stale,   // sealed 50 ms in the past
+    future,  // sealed 50 ms ahead
+    repeat,  // the previous answer's timestamp again
+};
+
+struct FaultSwitches {
+    std::chrono::milliseconds answerDelay{0};
+    int httpStatus = 200;
+    TimestampFault timestampFault = TimestampFault::none;
+    bool garbageBody = false;
+    QString badKeyBlockMarker;            // empty: always the good block
+    std::optional<std::int64_t> exitAfterAnswers;
+    bool silent = false;
+    QString openerProgram;                // what opens folders and web pages
+
+    static FaultSwitches fromEnvironment();
+};

@@ -1,0 +1,55 @@
+#pragma once
+
+// Strict standard base64: RFC 4648 alphabet with "=" padding.
+//
+// The decoder accepts exactly the texts the encoder writes and nothing else: a length that is a
+// multiple of 4, "=" only as the last one or two characters of the last group, zero in the
+// unused low bits of a padded group, and no character outside the alphabet (no blanks, no line
+// breaks, no URL-safe letters, no "=" inside the text). One byte string has one text, so a key or
+// a nonce can be compared by its text.
+//
+// Text is UTF-16 because that is how Qt holds it; the coder reads and writes UTF-16 code units
+// directly, so a sealed megabyte is not copied once more through a Latin-1 buffer. Whole groups
+// are coded with AVX2 where the processor has it.
+
+#include <QByteArray>
+#include <QByteArrayView>
+#include <QString>
+#include <QStringView>
+#include <optional>
+
+// Characters of the text for byteCount bytes: 4 * ceil(byteCount / 3).
+constexpr qsizetype Base64EncodedLength(qsizetype byteCount) { return (byteCount + 2) / 3 * 4; }
+
+QString Base64Encode(QByteArrayView bytes);
+std::optional<QByteArray> Base64Decode(QStringView text);
+
+// The pieces below let a caller code a long text chunk by chunk.
+
+// Writes 4 * groupCount characters for groupCount whole 3-byte groups.
+void Base64EncodeGroups(const unsigned char* in, qsizetype groupCount, char16_t* out);
+// Writes the last group for the 0, 1 or 2 bytes left over; returns the characters written.
+qsizetype Base64EncodeLastGroup(const unsigned char* in, qsizetype byteCount, char16_t* out);
+
+// The byte count a text decodes to if its length and padding have the right shape (the
+// characters themselves are not checked here).
+std::optional<qsizetype> Base64DecodedLength(QStringView text);
+// Decodes groupCount unpadded 4-character groups to 3 * groupCount bytes; false if any
+// character is outside the alphabet ("=" included).
+[[nodiscard]] bool Base64DecodeGroups(const char16_t* in, qsizetype groupCount,
+                                      unsigned char* out);
+// Decodes a text's last group, padded or not, to 1 to 3 bytes; returns the byte count, or -1.
+[[nodiscard]] int Base64DecodeLastGroup(const char16_t* in, unsigned char* out);
+
+namespace base64_detail {
+
+// The portable and the vector forms of the whole-group coders, for tests that hold them to
+// each other.
+void EncodeGroupsScalar(const unsigned char* in, qsizetype groupCount, char16_t* out);
+bool DecodeGroupsScalar(const char16_t* in, qsizetype groupCount, unsigned char* out);
+bool CpuHasAvx2();
+// Both code as many groups as they can with vectors and leave the rest to the scalar form.
+void EncodeGroupsAvx2(const unsigned char* in, qsizetype groupCount, char16_t* out);
+bool DecodeGroupsAvx2(const char16_t* in, qsizetype groupCount, unsigned char* out);
+
+}  // namespace base64_detail

@@ -1,0 +1,51 @@
+#include "poll_manager/loopback_transport.h"
+
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <cstdio>
+#include <cstdlib>
+
+#include "poll_manager/poll_manager.h"
+
+QNetworkAccessManager& LoopbackTransport::manager() {
+    // Made on first use so that it belongs to the transport thread, not to the
+    // thread that created this object.
+    if (manager_ == nullptr) {
+        manager_ = new QNetworkAccessManager(this);
+    }
+    return *manager_;
+}
+
+void LoopbackTransport::post(QByteArray body, const QUrl& url, const QString& bearerToken,
+                             Completion completion) {
+    QNetworkRequest request(url);
+    // No limit of the client's own: the helper's answer is awaited as long as it takes.
+    request.setTransferTimeout(0);
+    request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
+    if (!bearerToken.isEmpty()) {
+        request.setRawHeader("Authorization", "Bearer " + bearerToken.toUtf8());
+    }
+    request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
+
+    QNetworkReply* reply = manager().post(request, body);
+    connect(reply, &QNetworkReply::finished, this, [reply, completion = std::move(completion)] {
+        reply->deleteLater();
+        const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+        if (!status.isValid()) {
+            if (reply->error() == QNetworkReply::NoError) {
+                std::fputs("fatal: the helper's answer is not an HTTP response\n", stderr);
+                std::abort();
+            }
+            completion(std::error_code(reply->error(), NetworkErrorCategory()));
+            return;
+        }
+        if (status.toInt() != 200) {
+            std::puts("publish failure");
+            std::fflush(stdout);
+            completion(make_error_code(PollManagerError::publishFailure));
+            return;
+        }
+        completion(reply->readAll());
+    });
+}

@@ -1,0 +1,154 @@
+#pragma once
+
+// The application's one link to its helper: runs it, watches its output for life
+// and for its public key, and exchanges sealed requests with it over loopback HTTP.
+
+#include <QByteArray>
+#include <QFuture>
+#include <QJsonValue>
+#include <QObject>
+#include <QString>
+#include <QThread>
+#include <QUrl>
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <system_error>
+#include <type_traits>
+
+#include "key_exchange/key_exchange.h"
+#include "process_manager/process_manager.h"
+
+class QTimer;
+class LoopbackTransport;
+
+// An answer read as plain JSON, for callers that try several shapes in turn.
+template <>
+struct json::Reader<QJsonValue> {
+    static QJsonValue read(const QJsonValue& value) { return value; }
+};
+
+enum class PollManagerError : std::uint8_t {
+    urlError,
+    publishFailure,
+};
+
+const std::error_category& PollManagerErrorCategory();
+std::error_code make_error_code(PollManagerError error);
+
+template <>
+struct std::is_error_code_enum<PollManagerError> : std::true_type {};
+
+// Failures of the HTTP client itself (refused connection, reset, ...), by
+// QNetworkReply::NetworkError value.
+const std::error_category& NetworkErrorCategory();
+
+using KeyExchangeStoreFunction = std::function<std::unique_ptr<KeyExchangeStore>()>;
+
+// Store factories with an empty helper key; a constructor failure stops the program.
+std::unique_ptr<KeyExchangeStore> KeyExchange_Curve25519_SHA256_HKDF_AESGCM();
+std::unique_ptr<KeyExchangeStore> KeyExchange_Curve25519_SHA384_HKDF_AESGCM();
+std::unique_ptr<KeyExchangeStore> KeyExchange_Curve25519_SHA512_HKDF_AESGCM();
+
+class PollManager : public QObject {
+    Q_OBJECT
+
+public:
+    using Clock = std::function<std::int64_t()>;
+
+    // Lives on the GUI thread, which owns pingCount and the ping timer.
+    explicit PollManager(KeyExchangeStoreFunction keyExchangeStoreFunction =
+                             KeyExchange_Curve25519_SHA256_HKDF_AESGCM,
+                         QObject* parent = nullptr);
+    ~PollManager() override;
+
+    const QString& bearerToken() const { return bearerToken_; }
+    ProcessManager& processManager() { return processManager_; }
+    const KeyExchangeStore& kes() const { return *kes_; }
+    std::int64_t pingCount() const { return pingCount_; }
+    std::int64_t timestamp() const { return timestamp_.load(); }
+    // Freshness is judged against this clock; tests pin it.
+    void setClock(Clock clock) { clock_ = std::move(clock); }
+
+    void pong();
+    QByteArray keyExchangeCurrentTimestampData() const;
+    std::int64_t randomOpenPort(std::int64_t lower, std::int64_t upper) const;
+    void exitAppIfAlreadyOpen() const;
+    QString systemArchitecture() const;
+
+    template <JSONEncodable T>
+    QString objectAsString(const T& value) const {
+        return QString::fromUtf8(JSONEncode(value));
+    }
+
+    // True for a timestamp newer than every one accepted so far and at most
+    // 10 ms old; the check and the store are one atomic step, since answers
+    // are opened concurrently.
+    bool authTimestamp(const QString& additionalData);
+
+    template <JSONDecodable T>
+    T decryptAndDecodeJSON(QByteArrayView data, const KeyExchangeStore& store,
+                           const KeyExchangeAuth& auth) const {
+        (void)store.ExternalPublicKey();
+        const auto envelope = JSONDecode<KeyExchangeAEADStore>(data);
+        T value = JSONDecode<T>(store.decryptAEADStore(envelope));
+        if (!auth(envelope.additionalData)) {
+            throw std::system_error(KeyExchangeError::invalidAdditionalData);
+        }
+        return value;
+    }
+
+    // POSTs the value's JSON to http://127.0.0.1:port/path; the future holds the
+    // body of a 200 answer, or the error.
+    template <JSONEncodable T>
+    QFuture<QByteArray> publishLocal(const T& value, std::int64_t port, const QString& path,
+                                     const QString& bearerToken) {
+        const QUrl url = LocalURL(port, path);
+        if (!url.isValid()) {
+            return failed(PollManagerError::urlError);
+        }
+        return publishWithURL(value, url, bearerToken);
+    }
+    template <JSONEncodable T>
+    QFuture<QByteArray> publishWithURL(const T& value, const QUrl& url,
+                                       const QString& bearerToken) {
+        return post(JSONEncode(value), url, bearerToken);
+    }
+
+    // Seals the request with a fresh timestamp, posts it and opens the answer,
+    // checking it with authTimestamp, all on the transport thread, so a busy GUI
+    // thread never pushes an answer past its freshness window. The future holds
+    // the answer's JSON.
+    QFuture<QJsonValue> request(const KeyExchangeTypeIDAndData& message, std::int64_t port,
+                                const QString& path);
+
+    // Blocks until the helper's run loop ends: call it from a background thread.
+    // standardOutput runs on the pipe reader's thread; pingTimeout on the GUI thread.
+    void subscribeWithBinary(const std::optional<QString>& binURL, bool withRetry,
+                             bool withPEMWatcher, double pingTimeLimit,
+                             std::function<void()> pingTimeout,
+                             ProcessManager::StandardOutput standardOutput,
+                             ProcessManager::TaskExitNotification taskExitNotification);
+
+    static QUrl LocalURL(std::int64_t port, const QString& path);
+
+private:
+    QFuture<QByteArray> post(QByteArray body, const QUrl& url, const QString& bearerToken);
+    static QFuture<QByteArray> failed(std::error_code error);
+    void startPingTimer(double pingTimeLimit, std::function<void()> pingTimeout);
+    void watchForKeyBlock(const QString& chunk);
+
+    QString bearerToken_;
+    ProcessManager processManager_;
+    QTimer* timer_ = nullptr;
+    std::int64_t pingCount_ = 0;
+    KeyExchangeStoreFunction keyExchangeStoreFunction_;
+    std::unique_ptr<KeyExchangeStore> kes_;
+    std::atomic<std::int64_t> timestamp_;
+    Clock clock_;
+
+    QThread transportThread_;
+    LoopbackTransport* transport_ = nullptr;
+};
