@@ -109,7 +109,9 @@ DirItem DirItem::readJSON(const QJsonValue& value) {
     };
 }
 
-QString buildNumber() { return QStringLiteral(BRISVANE_BUNDLE_VERSION); }
+QString buildNumber() {
+    return QStringLiteral(BRISVANE_BUNDLE_VERSION);
+}
 
 QString deletingPrefix(const QString& text, const QString& prefix) {
     return text.startsWith(prefix) ? text.sliced(prefix.size()) : text;

@@ -32,7 +32,8 @@ struct Figures {
 
     double percentile(double p) {
         std::sort(microseconds.begin(), microseconds.end());
-        const auto index = static_cast<std::size_t>(p * static_cast<double>(microseconds.size() - 1));
+        const auto index =
+            static_cast<std::size_t>(p * static_cast<double>(microseconds.size() - 1));
         return microseconds[index];
     }
 };
@@ -73,15 +74,10 @@ public:
         pm.processManager().addArgument(QStringLiteral("port"), port);
         supervision_ = std::thread([this] {
             pm.subscribeWithBinary(QStringLiteral(BRISVANE_DEMO_HELPER), true, true, 0, {}, {}, {});
-            finished_ = true;
         });
     }
     ~Helper() {
-        pm.processManager().cancel();
-        while (!finished_) {
-            QCoreApplication::processEvents();
-            QThread::msleep(1);
-        }
+        pm.processManager().cancelNow();
         supervision_.join();
     }
 
@@ -103,16 +99,16 @@ public:
 
 private:
     std::thread supervision_;
-    std::atomic<bool> finished_ = false;
 };
 
 void report(const char* label, Figures sealed, Figures floor) {
     const double sealedMedian = sealed.percentile(0.5);
     const double floorMedian = floor.percentile(0.5);
     std::printf("%s\n", label);
-    std::printf("  sealed ping via PollManager: median %7.1f us  p99 %7.1f us  accepted %d/%d (%.2f %%)\n",
-                sealedMedian, sealed.percentile(0.99), sealed.accepted, sealed.total,
-                100.0 * sealed.accepted / sealed.total);
+    std::printf(
+        "  sealed ping via PollManager: median %7.1f us  p99 %7.1f us  accepted %d/%d (%.2f %%)\n",
+        sealedMedian, sealed.percentile(0.99), sealed.accepted, sealed.total,
+        100.0 * sealed.accepted / sealed.total);
     std::printf("  bare keep-alive POST (floor): median %7.1f us  p99 %7.1f us\n", floorMedian,
                 floor.percentile(0.99));
     std::printf("  ratio sealed/floor: median %.2fx\n", sealedMedian / floorMedian);
@@ -176,7 +172,8 @@ int main(int argc, char** argv) {
             return 1;
         }
         QThread::sleep(1);
-        report("under stress-ng --cpu load", measure(count, sealedRound), measure(count, floorRound));
+        report("under stress-ng --cpu load", measure(count, sealedRound),
+               measure(count, floorRound));
         load.terminate();
         load.waitForFinished();
     }

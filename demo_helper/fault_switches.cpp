@@ -15,7 +15,8 @@
 //                                       print a key block whose body is not base64,
 //                                       then keep running; if it exists: print the
 //                                       good block. So a restarted helper recovers.
-//   BRISVANE_DEMO_EXIT_AFTER=<n>        exit (status 0) once n answers have been given
+//   BRISVANE_DEMO_EXIT_AFTER=<n>        exit (status 0) once n answers have been given;
+//                                       0: right after printing the key block
 //   BRISVANE_DEMO_SILENT=1              print nothing on standard output and never
 //                                       answer, while still listening on the port
 //
@@ -37,7 +38,9 @@ std::optional<qlonglong> integerVariable(const char* name) {
     return isNumber ? std::optional(value) : std::nullopt;
 }
 
-bool flagVariable(const char* name) { return qEnvironmentVariable(name) == u"1"; }
+bool flagVariable(const char* name) {
+    return qEnvironmentVariable(name) == u"1";
+}
 
 }  // namespace
 
@@ -63,7 +66,7 @@ FaultSwitches FaultSwitches::fromEnvironment() {
 
     switches.garbageBody = flagVariable("BRISVANE_DEMO_GARBAGE");
     switches.badKeyBlockMarker = qEnvironmentVariable("BRISVANE_DEMO_BAD_KEY_BLOCK");
-    if (const auto count = integerVariable("BRISVANE_DEMO_EXIT_AFTER"); count && *count > 0) {
+    if (const auto count = integerVariable("BRISVANE_DEMO_EXIT_AFTER"); count && *count >= 0) {
         switches.exitAfterAnswers = *count;
     }
     switches.silent = flagVariable("BRISVANE_DEMO_SILENT");

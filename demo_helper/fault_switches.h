@@ -20,10 +20,10 @@ struct FaultSwitches {
     int httpStatus = 200;
     TimestampFault timestampFault = TimestampFault::none;
     bool garbageBody = false;
-    QString badKeyBlockMarker;            // empty: always the good block
+    QString badKeyBlockMarker;  // empty: always the good block
     std::optional<std::int64_t> exitAfterAnswers;
     bool silent = false;
-    QString openerProgram;                // what opens folders and web pages
+    QString openerProgram;  // what opens folders and web pages
 
     static FaultSwitches fromEnvironment();
 };

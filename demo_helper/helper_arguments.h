@@ -3,10 +3,11 @@
 // The demo helper's command line, as the application builds it: single elements
 // "-name=value", in any order.
 
+#include <sys/types.h>
+
 #include <QString>
 #include <QStringList>
 #include <optional>
-#include <sys/types.h>
 
 struct HelperArguments {
     std::optional<pid_t> parentPid;  // -pid=, the application that started us

@@ -11,7 +11,9 @@ QByteArray blockAround(const QByteArray& body) {
 
 }  // namespace
 
-QByteArray KeyBlock(const QString& publicKey) { return blockAround(publicKey.toUtf8()); }
+QByteArray KeyBlock(const QString& publicKey) {
+    return blockAround(publicKey.toUtf8());
+}
 
 QByteArray MalformedKeyBlock() {
     // '*' is outside the base64 alphabet, so the application's strict decoder refuses it.

@@ -10,7 +10,7 @@
 //
 // Text is UTF-16 because that is how Qt holds it; the coder reads and writes UTF-16 code units
 // directly, so a sealed megabyte is not copied once more through a Latin-1 buffer. Whole groups
-// are coded with AVX2 where the processor has it.
+// are coded with AVX-512 VBMI or AVX2 where the processor has them, chosen once at run time.
 
 #include <QByteArray>
 #include <QByteArrayView>
@@ -19,7 +19,9 @@
 #include <optional>
 
 // Characters of the text for byteCount bytes: 4 * ceil(byteCount / 3).
-constexpr qsizetype Base64EncodedLength(qsizetype byteCount) { return (byteCount + 2) / 3 * 4; }
+constexpr qsizetype Base64EncodedLength(qsizetype byteCount) {
+    return (byteCount + 2) / 3 * 4;
+}
 
 QString Base64Encode(QByteArrayView bytes);
 std::optional<QByteArray> Base64Decode(QStringView text);
@@ -36,20 +38,22 @@ qsizetype Base64EncodeLastGroup(const unsigned char* in, qsizetype byteCount, ch
 std::optional<qsizetype> Base64DecodedLength(QStringView text);
 // Decodes groupCount unpadded 4-character groups to 3 * groupCount bytes; false if any
 // character is outside the alphabet ("=" included).
-[[nodiscard]] bool Base64DecodeGroups(const char16_t* in, qsizetype groupCount,
-                                      unsigned char* out);
+[[nodiscard]] bool Base64DecodeGroups(const char16_t* in, qsizetype groupCount, unsigned char* out);
 // Decodes a text's last group, padded or not, to 1 to 3 bytes; returns the byte count, or -1.
 [[nodiscard]] int Base64DecodeLastGroup(const char16_t* in, unsigned char* out);
 
 namespace base64_detail {
 
 // The portable and the vector forms of the whole-group coders, for tests that hold them to
-// each other.
+// each other. The vector forms code as many groups as they can and leave the rest to the
+// scalar form; they may only be called when the processor has their instructions.
 void EncodeGroupsScalar(const unsigned char* in, qsizetype groupCount, char16_t* out);
 bool DecodeGroupsScalar(const char16_t* in, qsizetype groupCount, unsigned char* out);
 bool CpuHasAvx2();
-// Both code as many groups as they can with vectors and leave the rest to the scalar form.
 void EncodeGroupsAvx2(const unsigned char* in, qsizetype groupCount, char16_t* out);
 bool DecodeGroupsAvx2(const char16_t* in, qsizetype groupCount, unsigned char* out);
+bool CpuHasAvx512Vbmi();
+void EncodeGroupsAvx512(const unsigned char* in, qsizetype groupCount, char16_t* out);
+bool DecodeGroupsAvx512(const char16_t* in, qsizetype groupCount, unsigned char* out);
 
 }  // namespace base64_detail

@@ -46,6 +46,8 @@ public:
     void value(QLatin1StringView text);
     void value(std::int64_t number);
     void value(bool flag);
+    // A string literal would otherwise quietly become the bool overload.
+    void value(const char*) = delete;
     void null();
 
     const QByteArray& text() const& { return out_; }
@@ -81,7 +83,9 @@ QStringList requireStringArray(const QJsonObject& object, QLatin1StringView key)
 // Absent and null both read as no value; any other non-string is a mismatch.
 std::optional<QString> optionalString(const QJsonObject& object, QLatin1StringView key);
 
-inline void write(JSONWriter& writer, const QString& text) { writer.value(text); }
+inline void write(JSONWriter& writer, const QString& text) {
+    writer.value(text);
+}
 inline void write(JSONWriter& writer, const QStringList& list) {
     writer.beginArray();
     for (const QString& item : list) {
@@ -126,7 +130,9 @@ struct Reader<std::vector<T>> {
 }  // namespace json
 
 template <typename T>
-concept JSONEncodable = requires(JSONWriter& writer, const T& value) { json::write(writer, value); };
+concept JSONEncodable = requires(JSONWriter& writer, const T& value) {
+    json::write(writer, value);
+};
 
 template <typename T>
 concept JSONDecodable = requires(const QJsonValue& value) {

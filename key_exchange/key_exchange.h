@@ -45,13 +45,13 @@ enum class PEMError : std::uint8_t {
 
 // What the cryptographic library itself refuses.
 enum class CryptoError : std::uint8_t {
-    incorrectKeySize,        // a symmetric key the cipher cannot take
-    incorrectParameterSize,  // a nonce of the wrong length, a combined form too short
+    incorrectKeySize,          // a symmetric key the cipher cannot take
+    incorrectParameterSize,    // a nonce of the wrong length, a combined form too short
     invalidKeyRepresentation,  // raw key bytes of the wrong length, or not a point / scalar
-    keyAgreementFailure,     // e.g. an all-zero X25519 result
-    authenticationFailure,   // wrong key, changed ciphertext, tag or additional data
-    derivationFailure,       // HKDF refused the request (output too long)
-    libraryFailure,          // anything else OpenSSL reports
+    keyAgreementFailure,       // e.g. an all-zero X25519 result
+    authenticationFailure,     // wrong key, changed ciphertext, tag or additional data
+    derivationFailure,         // HKDF refused the request (output too long)
+    libraryFailure,            // anything else OpenSSL reports
 };
 
 const std::error_category& KeyExchangeErrorCategory();
@@ -345,7 +345,9 @@ using KeyExchangeAuth = std::function<bool(const QString& additionalData)>;
 // A message as a socket delivers it: text, or binary (which is always refused).
 class KeyExchangeSocketMessage {
 public:
-    static KeyExchangeSocketMessage text(QString text) { return KeyExchangeSocketMessage{std::move(text)}; }
+    static KeyExchangeSocketMessage text(QString text) {
+        return KeyExchangeSocketMessage{std::move(text)};
+    }
     static KeyExchangeSocketMessage binary(QByteArray bytes) {
         return KeyExchangeSocketMessage{std::move(bytes)};
     }

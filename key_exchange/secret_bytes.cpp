@@ -33,14 +33,18 @@ SecretBytes& SecretBytes::operator=(SecretBytes&& other) noexcept {
     return *this;
 }
 
-SecretBytes::~SecretBytes() { wipe(); }
+SecretBytes::~SecretBytes() {
+    wipe();
+}
 
-QByteArray SecretBytes::data() const { return view().toByteArray(); }
+QByteArray SecretBytes::data() const {
+    return view().toByteArray();
+}
 
 bool SecretBytes::operator==(const SecretBytes& other) const {
     return size_ == other.size_ &&
-           (size_ == 0 || CRYPTO_memcmp(bytes_.get(), other.bytes_.get(),
-                                        static_cast<std::size_t>(size_)) == 0);
+           (size_ == 0 ||
+            CRYPTO_memcmp(bytes_.get(), other.bytes_.get(), static_cast<std::size_t>(size_)) == 0);
 }
 
 void SecretBytes::wipe() {

@@ -1,6 +1,7 @@
 #include "poll_manager/loopback_transport.h"
 
 #include <QNetworkAccessManager>
+#include <QNetworkProxy>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <cstdio>
@@ -13,6 +14,9 @@ QNetworkAccessManager& LoopbackTransport::manager() {
     // thread that created this object.
     if (manager_ == nullptr) {
         manager_ = new QNetworkAccessManager(this);
+        // The helper is on this machine: a proxy from the environment must not
+        // sit between the two.
+        manager_->setProxy(QNetworkProxy::NoProxy);
     }
     return *manager_;
 }

@@ -24,8 +24,7 @@ public:
     LoopbackTransport() = default;
 
     // Must be called on the transport thread; completion runs there too.
-    void post(QByteArray body, const QUrl& url, const QString& bearerToken,
-              Completion completion);
+    void post(QByteArray body, const QUrl& url, const QString& bearerToken, Completion completion);
 
 private:
     QNetworkAccessManager& manager();

@@ -104,7 +104,9 @@ PollManager::~PollManager() {
     transportThread_.wait();
 }
 
-void PollManager::pong() { pingCount_ = 0; }
+void PollManager::pong() {
+    pingCount_ = 0;
+}
 
 QByteArray PollManager::keyExchangeCurrentTimestampData() const {
     return KeyExchangeCurrentTimestampData();
@@ -114,9 +116,13 @@ std::int64_t PollManager::randomOpenPort(std::int64_t lower, std::int64_t upper)
     return RandomOpenPort(lower, upper);
 }
 
-void PollManager::exitAppIfAlreadyOpen() const { ExitAppIfAlreadyOpen(); }
+void PollManager::exitAppIfAlreadyOpen() const {
+    ExitAppIfAlreadyOpen();
+}
 
-QString PollManager::systemArchitecture() const { return SystemArchitecture(); }
+QString PollManager::systemArchitecture() const {
+    return SystemArchitecture();
+}
 
 bool PollManager::authTimestamp(const QString& additionalData) {
     const std::optional<std::int64_t> sealedAt = KeyExchangeTimestamp(additionalData);
@@ -182,8 +188,8 @@ QFuture<QByteArray> PollManager::post(QByteArray body, const QUrl& url,
     return future;
 }
 
-QFuture<QJsonValue> PollManager::request(const KeyExchangeTypeIDAndData& message,
-                                         std::int64_t port, const QString& path) {
+QFuture<QJsonValue> PollManager::request(const KeyExchangeTypeIDAndData& message, std::int64_t port,
+                                         const QString& path) {
     auto promise = std::make_shared<QPromise<QJsonValue>>();
     QFuture<QJsonValue> future = promise->future();
     promise->start();
@@ -205,7 +211,8 @@ QFuture<QJsonValue> PollManager::request(const KeyExchangeTypeIDAndData& message
         [this, message, url, promise, fail] {
             QByteArray body;
             try {
-                body = JSONEncode(kes_->encodeJSONAndEncrypt(message, KeyExchangeCurrentTimestampData()));
+                body = JSONEncode(
+                    kes_->encodeJSONAndEncrypt(message, KeyExchangeCurrentTimestampData()));
             } catch (...) {
                 fail();
                 return;
@@ -280,7 +287,8 @@ void PollManager::subscribeWithBinary(const std::optional<QString>& binURL, bool
         if (standardOutput) {
             standardOutput(chunk);
         }
-        QMetaObject::invokeMethod(this, [this] { pong(); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            this, [this] { pong(); }, Qt::QueuedConnection);
         if (withPEMWatcher) {
             watchForKeyBlock(chunk);
         }

@@ -141,11 +141,13 @@ private:
     void watchForKeyBlock(const QString& chunk);
 
     QString bearerToken_;
+    KeyExchangeStoreFunction keyExchangeStoreFunction_;
+    std::unique_ptr<KeyExchangeStore> kes_;
+    // After the store, so that it goes first: its destructor waits for the run
+    // loop, whose output handler still uses the store.
     ProcessManager processManager_;
     QTimer* timer_ = nullptr;
     std::int64_t pingCount_ = 0;
-    KeyExchangeStoreFunction keyExchangeStoreFunction_;
-    std::unique_ptr<KeyExchangeStore> kes_;
     std::atomic<std::int64_t> timestamp_;
     Clock clock_;
 

@@ -3,6 +3,8 @@
 // Runs the helper executable as a child process, hands on its standard output
 // chunk by chunk, and starts it again each time it ends when asked to.
 
+#include <sys/types.h>
+
 #include <QObject>
 #include <QString>
 #include <QStringList>
@@ -13,7 +15,6 @@
 #include <functional>
 #include <mutex>
 #include <optional>
-#include <sys/types.h>
 #include <system_error>
 #include <type_traits>
 
@@ -63,17 +64,13 @@ public:
 
     void addArgument(const QString& value);
     template <typename T>
-        requires std::integral<T>
-    void addArgument(T value) {
-        addArgument(QString::number(value));
-    }
+    requires std::integral<T>
+    void addArgument(T value) { addArgument(QString::number(value)); }
     // Adds the one element -name=value.
     void addArgument(const QString& name, const QString& value);
     template <typename T>
-        requires std::integral<T>
-    void addArgument(const QString& name, T value) {
-        addArgument(name, QString::number(value));
-    }
+    requires std::integral<T>
+    void addArgument(const QString& name, T value) { addArgument(name, QString::number(value)); }
     void addPIDAsArgument(const QString& name);
 
     // Both forms block until the run loop ends; call them from a background thread.

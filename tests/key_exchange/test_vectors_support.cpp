@@ -32,6 +32,10 @@ std::string codeText(const std::error_code& code) {
            code.message() + ")";
 }
 
+std::string hexText(const QByteArray& bytes) {
+    return bytes.toHex().toStdString();
+}
+
 }  // namespace
 
 QByteArray hexBytes(QStringView hex) {
@@ -51,14 +55,13 @@ QByteArray hexBytes(QStringView hex) {
     return bytes;
 }
 
-QByteArray hexBytes(const QJsonValue& value) {
+QByteArray hexField(const QJsonObject& object, const char* key) {
+    const QJsonValue value = object.value(QLatin1String(key));
     if (!value.isString()) {
-        throw std::invalid_argument("hex field missing or not a string");
+        throw std::invalid_argument(std::string("missing hex field ") + key);
     }
     return hexBytes(value.toString());
 }
-
-QString hexText(const QByteArray& bytes) { return QString::fromLatin1(bytes.toHex()); }
 
 QJsonObject loadWycheproofFile(const QString& fileName) {
     const QString path = QStringLiteral(BRISVANE_TEST_DATA_DIR "/wycheproof/") + fileName;
@@ -116,13 +119,12 @@ void VectorTally::expectOutput(const Attempt<QByteArray>& got, const QByteArray&
     if (!got.value) {
         ++failed_;
         ADD_FAILURE() << "refused with " << codeText(got.error) << ", expected "
-                      << hexText(expected).toStdString();
+                      << hexText(expected);
         return;
     }
     if (*got.value != expected) {
         ++failed_;
-        ADD_FAILURE() << "got      " << hexText(*got.value).toStdString() << "\nexpected "
-                      << hexText(expected).toStdString();
+        ADD_FAILURE() << "got      " << hexText(*got.value) << "\nexpected " << hexText(expected);
         return;
     }
     ++passed_;
@@ -131,8 +133,8 @@ void VectorTally::expectOutput(const Attempt<QByteArray>& got, const QByteArray&
 bool VectorTally::refused(const Attempt<QByteArray>& got, const std::error_code& wanted) {
     if (got.value) {
         ++failed_;
-        ADD_FAILURE() << "accepted with " << hexText(*got.value).toStdString()
-                      << ", expected a refusal with " << codeText(wanted);
+        ADD_FAILURE() << "accepted with " << hexText(*got.value) << ", expected a refusal with "
+                      << codeText(wanted);
         return false;
     }
     if (got.error != wanted) {
@@ -162,8 +164,8 @@ void VectorTally::expectRefusedAsLabelled(const Attempt<QByteArray>& got,
                                           const std::error_category& wanted) {
     if (got.value) {
         ++failed_;
-        ADD_FAILURE() << "accepted with " << hexText(*got.value).toStdString()
-                      << ", expected a refusal from " << wanted.name();
+        ADD_FAILURE() << "accepted with " << hexText(*got.value) << ", expected a refusal from "
+                      << wanted.name();
         return;
     }
     if (got.error.category() != wanted) {
@@ -187,8 +189,8 @@ void VectorTally::report() const {
     ::testing::Test::RecordProperty("refusedAsLabelled", refusedAsLabelled_);
     ::testing::Test::RecordProperty("refusedByDesign", refusedByDesign_);
     ::testing::Test::RecordProperty("skipped", skipped_);
-    EXPECT_EQ(settled, numberOfTests_) << "not every case of " << qPrintable(fileName_)
-                                       << " was settled";
+    EXPECT_EQ(settled, numberOfTests_)
+        << "not every case of " << qPrintable(fileName_) << " was settled";
     EXPECT_EQ(failed_, 0);
 }
 

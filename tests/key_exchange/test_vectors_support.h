@@ -2,6 +2,8 @@
 
 // Reading the Wycheproof JSON files, and keeping count of how each case was settled.
 
+#include <gtest/gtest.h>
+
 #include <QByteArray>
 #include <QJsonObject>
 #include <QJsonValue>
@@ -9,6 +11,7 @@
 #include <QStringView>
 #include <functional>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -19,8 +22,8 @@ namespace test_vectors {
 // what it does not understand, which would hide a broken vector file).
 // Throws std::invalid_argument.
 QByteArray hexBytes(QStringView hex);
-QByteArray hexBytes(const QJsonValue& value);
-QString hexText(const QByteArray& bytes);
+// The hex string member `key` of a test case. Throws std::invalid_argument.
+QByteArray hexField(const QJsonObject& object, const char* key);
 
 // The parsed file tests/data/wycheproof/<fileName>. Throws std::runtime_error.
 QJsonObject loadWycheproofFile(const QString& fileName);
@@ -73,12 +76,8 @@ public:
     void expectRefusedByDesign(const Attempt<QByteArray>& got, const std::error_code& wanted);
     // Like expectRefusedAsLabelled, for refusals whose exact code depends on where the
     // package notices (key import or key agreement): any code of the category will do.
-    void expectRefusedAsLabelled(const Attempt<QByteArray>& got,
-                                 const std::error_category& wanted);
+    void expectRefusedAsLabelled(const Attempt<QByteArray>& got, const std::error_category& wanted);
     void skip() { ++skipped_; }
-    // For cases whose outcome needs more than one call to judge.
-    void pass() { ++passed_; }
-    void fail() { ++failed_; }
 
 private:
     bool refused(const Attempt<QByteArray>& got, const std::error_code& wanted);
@@ -92,4 +91,27 @@ private:
     int failed_ = 0;
 };
 
+// Names a parameterised test by its parameter's label field.
+template <typename T>
+std::string labelName(const ::testing::TestParamInfo<T>& info) {
+    return info.param.label;
+}
+
+// Shows a parameter by its label, so test names stay the same from build to build.
+template <typename T>
+requires requires(const T& param) {
+    param.label;
+}
+void PrintTo(const T& param, std::ostream* out) {
+    *out << param.label;
+}
+
 }  // namespace test_vectors
+
+// Failure messages show bytes as hex and text as text.
+inline void PrintTo(const QByteArray& bytes, std::ostream* out) {
+    *out << '[' << bytes.size() << " bytes] " << bytes.toHex().toStdString();
+}
+inline void PrintTo(const QString& text, std::ostream* out) {
+    *out << '"' << text.toStdString() << '"';
+}

@@ -16,16 +16,18 @@
 namespace {
 
 using test_vectors::attempt;
-using test_vectors::hexBytes;
+using test_vectors::hexField;
 using test_vectors::Label;
 using test_vectors::labelOf;
+using test_vectors::PrintTo;
 using test_vectors::VectorTally;
 
 int numberOfTests(const QJsonObject& file) {
     return static_cast<int>(file.value(QLatin1String("numberOfTests")).toInteger());
 }
 
-QByteArray agree(KeyExchangeCurve curve, const QByteArray& rawPrivate, const QByteArray& rawPublic) {
+QByteArray agree(KeyExchangeCurve curve, const QByteArray& rawPrivate,
+                 const QByteArray& rawPublic) {
     const auto privateKey = KeyAgreementPrivateKey::fromRawRepresentation(curve, rawPrivate);
     const auto publicKey = KeyAgreementPublicKey::fromRawRepresentation(curve, rawPublic);
     return privateKey.sharedSecretFromKeyAgreement(publicKey).data();
@@ -43,13 +45,13 @@ TEST(WycheproofVectors, X25519) {
     VectorTally tally(QStringLiteral("x25519_test.json"), numberOfTests(file));
     test_vectors::forEachCase(file, [&](const QJsonObject&, const QJsonObject& test) {
         SCOPED_TRACE(test_vectors::caseName(test));
-        const QByteArray shared = hexBytes(test.value(QLatin1String("shared")));
+        const QByteArray shared = hexField(test, "shared");
         const auto got = attempt([&] {
-            return agree(KeyExchangeCurve::curve25519,
-                         hexBytes(test.value(QLatin1String("private"))),
-                         hexBytes(test.value(QLatin1String("public"))));
+            return agree(KeyExchangeCurve::curve25519, hexField(test, "private"),
+                         hexField(test, "public"));
         });
-        const bool allZero = std::all_of(shared.begin(), shared.end(), [](char b) { return b == 0; });
+        const bool allZero =
+            std::all_of(shared.begin(), shared.end(), [](char b) { return b == 0; });
         if (labelOf(test) == Label::acceptable && allZero) {
             tally.expectRefusedAsLabelled(got, CryptoError::keyAgreementFailure);
         } else {
@@ -73,6 +75,7 @@ TEST(WycheproofVectors, X25519) {
 //   refused. The one acceptable case per curve is a correctly compressed key, which the
 //   raw form cannot express, so its refusal is counted as refused by design.
 struct EcdhFile {
+    const char* label;
     const char* name;
     KeyExchangeCurve curve;
     qsizetype scalarBytes;
@@ -97,10 +100,9 @@ TEST_P(WycheproofEcdh, EveryCaseBehavesAsLabelled) {
     const qsizetype uncompressedBytes = 1 + 2 * ecdh.scalarBytes;
     test_vectors::forEachCase(file, [&](const QJsonObject&, const QJsonObject& test) {
         SCOPED_TRACE(test_vectors::caseName(test));
-        const QByteArray rawPrivate =
-            fixedWidthScalar(hexBytes(test.value(QLatin1String("private"))), ecdh.scalarBytes);
-        const QByteArray point = hexBytes(test.value(QLatin1String("public")));
-        const QByteArray shared = hexBytes(test.value(QLatin1String("shared")));
+        const QByteArray rawPrivate = fixedWidthScalar(hexField(test, "private"), ecdh.scalarBytes);
+        const QByteArray point = hexField(test, "public");
+        const QByteArray shared = hexField(test, "shared");
         const Label label = labelOf(test);
 
         if (point.size() == uncompressedBytes && point.front() == '\x04') {
@@ -131,12 +133,10 @@ TEST_P(WycheproofEcdh, EveryCaseBehavesAsLabelled) {
 
 // clang-format off
 INSTANTIATE_TEST_SUITE_P(WycheproofVectors, WycheproofEcdh, ::testing::Values(
-    EcdhFile{"ecdh_secp256r1_ecpoint_test.json", KeyExchangeCurve::p256, 32},
-    EcdhFile{"ecdh_secp384r1_ecpoint_test.json", KeyExchangeCurve::p384, 48},
-    EcdhFile{"ecdh_secp521r1_ecpoint_test.json", KeyExchangeCurve::p521, 66}),
-    [](const ::testing::TestParamInfo<EcdhFile>& info) {
-        return std::string(info.param.name).substr(0, std::string(info.param.name).find('_', 5));
-    });
+    EcdhFile{"P256", "ecdh_secp256r1_ecpoint_test.json", KeyExchangeCurve::p256, 32},
+    EcdhFile{"P384", "ecdh_secp384r1_ecpoint_test.json", KeyExchangeCurve::p384, 48},
+    EcdhFile{"P521", "ecdh_secp521r1_ecpoint_test.json", KeyExchangeCurve::p521, 66}),
+    test_vectors::labelName<EcdhFile>);
 // clang-format on
 
 // ---------------------------------------------------------------------------
@@ -150,6 +150,7 @@ INSTANTIATE_TEST_SUITE_P(WycheproofVectors, WycheproofEcdh, ::testing::Values(
 // it; for valid cases that refusal is counted as refused by design, for the invalid ones
 // (zero-length or wrong-size nonces) as refused as labelled.
 struct AeadFile {
+    const char* label;
     const char* name;
     KeyExchangeAEAD aead;
     SealedBox (*seal)(const SymmetricKey&, QByteArrayView, QByteArrayView, QByteArrayView);
@@ -164,12 +165,11 @@ TEST_P(WycheproofAead, EveryCaseBehavesAsLabelled) {
     VectorTally tally(QString::fromLatin1(aead.name), numberOfTests(file));
     test_vectors::forEachCase(file, [&](const QJsonObject& group, const QJsonObject& test) {
         SCOPED_TRACE(test_vectors::caseName(test));
-        const SymmetricKey key(hexBytes(test.value(QLatin1String("key"))));
-        const QByteArray iv = hexBytes(test.value(QLatin1String("iv")));
-        const QByteArray aad = hexBytes(test.value(QLatin1String("aad")));
-        const QByteArray msg = hexBytes(test.value(QLatin1String("msg")));
-        const QByteArray combined = iv + hexBytes(test.value(QLatin1String("ct"))) +
-                                    hexBytes(test.value(QLatin1String("tag")));
+        const SymmetricKey key(hexField(test, "key"));
+        const QByteArray iv = hexField(test, "iv");
+        const QByteArray aad = hexField(test, "aad");
+        const QByteArray msg = hexField(test, "msg");
+        const QByteArray combined = iv + hexField(test, "ct") + hexField(test, "tag");
         const Label label = labelOf(test);
         const auto sealed = attempt([&] { return aead.seal(key, msg, iv, aad).combined(); });
 
@@ -204,12 +204,11 @@ TEST_P(WycheproofAead, EveryCaseBehavesAsLabelled) {
 
 // clang-format off
 INSTANTIATE_TEST_SUITE_P(WycheproofVectors, WycheproofAead, ::testing::Values(
-    AeadFile{"aes_gcm_test.json", KeyExchangeAEAD::aesgcm, &AESGCMEncrypt, &AESGCMDecrypt},
-    AeadFile{"chacha20_poly1305_test.json", KeyExchangeAEAD::chachapoly, &ChaChaPolyEncrypt,
-             &ChaChaPolyDecrypt}),
-    [](const ::testing::TestParamInfo<AeadFile>& info) {
-        return info.param.aead == KeyExchangeAEAD::aesgcm ? "AESGCM" : "ChaChaPoly";
-    });
+    AeadFile{"AESGCM", "aes_gcm_test.json", KeyExchangeAEAD::aesgcm,
+             &AESGCMEncrypt, &AESGCMDecrypt},
+    AeadFile{"ChaChaPoly", "chacha20_poly1305_test.json", KeyExchangeAEAD::chachapoly,
+             &ChaChaPolyEncrypt, &ChaChaPolyDecrypt}),
+    test_vectors::labelName<AeadFile>);
 // clang-format on
 
 // ---------------------------------------------------------------------------
@@ -226,6 +225,7 @@ INSTANTIATE_TEST_SUITE_P(WycheproofVectors, WycheproofAead, ::testing::Values(
 // package never asks for more than one digest, so those cases cannot be put to it and
 // are skipped.
 struct HkdfFile {
+    const char* label;
     const char* name;
     HashFunction hash;
 };
@@ -243,13 +243,12 @@ TEST_P(WycheproofHkdf, EveryCaseBehavesAsLabelled) {
             tally.skip();
             return;
         }
-        const QByteArray okm = hexBytes(test.value(QLatin1String("okm")));
+        const QByteArray okm = hexField(test, "okm");
         const qsizetype common = std::min(digestBytes, okm.size());
         const auto got = attempt([&] {
             const SymmetricKey key = KeyExchangeSymmetricKey(
-                SharedSecret(hexBytes(test.value(QLatin1String("ikm")))), hkdf.hash,
-                KeyExchangeKDF::hkdf, hexBytes(test.value(QLatin1String("salt"))),
-                hexBytes(test.value(QLatin1String("info"))));
+                SharedSecret(hexField(test, "ikm")), hkdf.hash, KeyExchangeKDF::hkdf,
+                hexField(test, "salt"), hexField(test, "info"));
             EXPECT_EQ(key.size(), digestBytes);
             return key.data().left(common);
         });
@@ -260,12 +259,10 @@ TEST_P(WycheproofHkdf, EveryCaseBehavesAsLabelled) {
 
 // clang-format off
 INSTANTIATE_TEST_SUITE_P(WycheproofVectors, WycheproofHkdf, ::testing::Values(
-    HkdfFile{"hkdf_sha256_test.json", HashFunction::SHA256},
-    HkdfFile{"hkdf_sha384_test.json", HashFunction::SHA384},
-    HkdfFile{"hkdf_sha512_test.json", HashFunction::SHA512}),
-    [](const ::testing::TestParamInfo<HkdfFile>& info) {
-        return std::string(info.param.name).substr(5, 6);
-    });
+    HkdfFile{"SHA256", "hkdf_sha256_test.json", HashFunction::SHA256},
+    HkdfFile{"SHA384", "hkdf_sha384_test.json", HashFunction::SHA384},
+    HkdfFile{"SHA512", "hkdf_sha512_test.json", HashFunction::SHA512}),
+    test_vectors::labelName<HkdfFile>);
 // clang-format on
 
 }  // namespace

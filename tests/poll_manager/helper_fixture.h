@@ -5,6 +5,7 @@
 // background thread, the helper's key learned from its output.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <QByteArray>
 #include <QString>
@@ -17,14 +18,15 @@
 #include <mutex>
 #include <optional>
 #include <thread>
-#include <unistd.h>
 
 #include "poll_manager/poll_manager.h"
 #include "support/wait.h"
 
 namespace testing_support {
 
-inline QString demoHelperPath() { return QStringLiteral(BRISVANE_DEMO_HELPER); }
+inline QString demoHelperPath() {
+    return QStringLiteral(BRISVANE_DEMO_HELPER);
+}
 
 struct HelperOptions {
     bool withRetry = true;
@@ -41,14 +43,13 @@ public:
         port = pm.randomOpenPort(20000, 60000);
         pm.processManager().addArgument(QStringLiteral("port"), port);
 
-        // The child inherits the environment at spawn time; hold the switches in
-        // place until the first run has started.
-        std::map<QByteArray, std::optional<QByteArray>> saved;
-        saved[QByteArrayLiteral("XDG_STATE_HOME")] = std::nullopt;
+        // Every run inherits the environment at spawn time, so the switches stay
+        // in place for the fixture's whole life.
+        saved_[QByteArrayLiteral("XDG_STATE_HOME")] = std::nullopt;
         for (const auto& [name, value] : options_.environment) {
-            saved[name] = std::nullopt;
+            saved_[name] = std::nullopt;
         }
-        for (auto& [name, value] : saved) {
+        for (auto& [name, value] : saved_) {
             if (qEnvironmentVariableIsSet(name.constData())) {
                 value = qgetenv(name.constData());
             }
@@ -67,23 +68,19 @@ public:
                     output_ += chunk;
                 },
                 [this](std::optional<std::error_code>) { ++exits; });
-            finished_ = true;
         });
-        waitUntil([this] { return pm.processManager().task().running || finished_; });
+    }
 
-        for (auto& [name, value] : saved) {
+    ~RunningHelper() {
+        pm.processManager().cancelNow();
+        supervision_.join();
+        for (const auto& [name, value] : saved_) {
             if (value) {
                 qputenv(name.constData(), *value);
             } else {
                 qunsetenv(name.constData());
             }
         }
-    }
-
-    ~RunningHelper() {
-        pm.processManager().cancel();
-        waitUntil([this] { return finished_.load(); }, 30000);
-        supervision_.join();
     }
 
     bool waitForKey(int timeoutMs = 10000) {
@@ -117,7 +114,7 @@ private:
     HelperOptions options_;
     QTemporaryDir stateHome_;
     std::thread supervision_;
-    std::atomic<bool> finished_ = false;
+    std::map<QByteArray, std::optional<QByteArray>> saved_;
     mutable std::mutex outputLock_;
     QString output_;
 };

@@ -51,7 +51,8 @@ TEST_F(AuthTimestamp, RepeatedOrOlderThanAcceptedIsRefused) {
 TEST_F(AuthTimestamp, TextThatIsNoTimestampIsRefused) {
     const std::int64_t before = pm.timestamp();
     for (const QString& text :
-         {QString(), QStringLiteral("not base64!"), QString::fromLatin1(QByteArray("4.2").toBase64()),
+         {QString(), QStringLiteral("not base64!"),
+          QString::fromLatin1(QByteArray("4.2").toBase64()),
           QString::fromLatin1(QByteArray::number(static_cast<qlonglong>(now.load())).toBase64()) +
               u'\n'}) {
         EXPECT_FALSE(pm.authTimestamp(text)) << text.toStdString();

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
+#include <chrono>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -43,7 +44,10 @@ public:
         });
         port_ = server_.bind_to_any_port("127.0.0.1");
         thread_ = std::thread([this] { server_.listen_after_bind(); });
-        server_.wait_until_ready();
+        // stop() is ignored until the accept loop runs.
+        while (!server_.is_running()) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
     }
     ~RecordingServer() {
         server_.stop();
@@ -71,7 +75,8 @@ const TypeIDAndData kPing{QStringLiteral("ping"), QString(), QStringLiteral("[]"
 TEST(Publish, PostsJsonWithBearerTokenAndReturnsBodyOf200) {
     RecordingServer server(200, "{\"Type\":\"ping\"}");
     PollManager pm;
-    auto answer = pm.publishLocal(kPing, server.port(), QStringLiteral("/request"), pm.bearerToken());
+    auto answer =
+        pm.publishLocal(kPing, server.port(), QStringLiteral("/request"), pm.bearerToken());
     ASSERT_TRUE(waitFor(answer));
     EXPECT_EQ(answer.result(), QByteArrayLiteral("{\"Type\":\"ping\"}"));
 

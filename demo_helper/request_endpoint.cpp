@@ -1,0 +1,94 @@
+#include "demo_helper/request_endpoint.h"
+
+#include <QByteArrayView>
+#include <optional>
+#include <thread>
+
+#include "demo_helper/message_dispatch.h"
+#include "key_exchange/base64.h"
+#include "key_exchange/key_exchange.h"
+
+namespace {
+
+constexpr int kUnauthorized = 401;
+constexpr int kBadRequest = 400;
+
+// The opening side treats base64 it cannot decode in these fields as a state its
+// own data cannot produce and stops; from the network it is just a bad request, so
+// the fields are checked here first, with the same decoder.
+bool isBase64(QStringView text) {
+    return Base64Decode(text).has_value();
+}
+
+// The request's plaintext and timestamp, or nothing when the envelope does not open.
+struct OpenedRequest {
+    TypeIDAndData message;
+    std::int64_t timestamp;
+    QString ciphertext;
+};
+
+std::optional<OpenedRequest> openRequest(const KeyExchangeStore& kes, std::string_view body) {
+    try {
+        const auto envelope = JSONDecode<KeyExchangeAEADStore>(QByteArrayView(body));
+        if (!isBase64(envelope.kdfNonce) || !isBase64(envelope.ciphertext) ||
+            !isBase64(envelope.additionalData)) {
+            return std::nullopt;
+        }
+        const std::optional<std::int64_t> timestamp = KeyExchangeTimestamp(envelope.additionalData);
+        if (!timestamp) {
+            return std::nullopt;
+        }
+        const QByteArray plaintext = kes.decryptAEADStore(envelope);
+        return OpenedRequest{JSONDecode<TypeIDAndData>(plaintext), *timestamp, envelope.ciphertext};
+    } catch (const std::system_error&) {
+        return std::nullopt;
+    }
+}
+
+}  // namespace
+
+RequestEndpoint::RequestEndpoint(const KeyExchangeStore& kes, QString token,
+                                 const MessageDispatcher& dispatcher, const FaultSwitches& faults,
+                                 TimestampSource now, std::function<void()> endAfterAnswer)
+    : kes_(kes),
+      expectedAuthorization_(QByteArrayLiteral("Bearer ") + token.toUtf8()),
+      dispatcher_(dispatcher),
+      faults_(faults),
+      now_(now),
+      endAfterAnswer_(std::move(endAfterAnswer)),
+      answerClock_(faults.timestampFault, std::move(now)) {}
+
+EndpointReply RequestEndpoint::respond(std::string_view authorization, std::string_view body) {
+    if (QByteArrayView(authorization) != expectedAuthorization_) {
+        return {kUnauthorized, {}};
+    }
+    const std::optional<OpenedRequest> request = openRequest(kes_, body);
+    if (!request || !freshness_.admit(request->timestamp, request->ciphertext, now_())) {
+        return {kBadRequest, {}};
+    }
+
+    const Dispatched dispatched = dispatcher_.dispatch(request->message);
+
+    if (faults_.answerDelay.count() > 0) {
+        std::this_thread::sleep_for(faults_.answerDelay);
+    }
+    EndpointReply reply;
+    if (faults_.garbageBody) {
+        reply.body = QByteArrayLiteral("<html>this is not a sealed answer</html>");
+    } else {
+        reply.status = faults_.httpStatus;
+        // Taken last of all: the application allows an answer 10 ms from sealing to check.
+        const QByteArray timestamp = TimestampData(answerClock_.next());
+        const KeyExchangeAEADStore sealed = std::visit(
+            [&](const auto& answer) { return kes_.encodeJSONAndEncrypt(answer, timestamp); },
+            dispatched.answer);
+        reply.body = JSONEncode(sealed);
+    }
+
+    const std::int64_t given = ++answersGiven_;
+    if (dispatched.endAfterAnswer ||
+        (faults_.exitAfterAnswers && given >= *faults_.exitAfterAnswers)) {
+        endAfterAnswer_();
+    }
+    return reply;
+}

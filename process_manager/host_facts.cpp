@@ -1,0 +1,68 @@
+#include "process_manager/host_facts.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include <QRandomGenerator>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+QString UtsName::sMachine() {
+    // The result of uname is deliberately not checked: a zeroed record reads as "".
+    struct utsname name {};
+    ::uname(&name);
+    return QString::fromUtf8(name.machine,
+                             static_cast<qsizetype>(::strnlen(name.machine, sizeof name.machine)));
+}
+
+bool UtsName::isAppleSilicon() {
+    return sMachine() == QLatin1StringView("arm64");
+}
+
+QString SystemArchitecture() {
+    return UtsName::sMachine();
+}
+
+bool IsOpenPort(std::int64_t port) {
+    if (port < 0 || port > 65535) {
+        std::fprintf(stderr, "IsOpenPort: port %lld is outside 0...65535\n",
+                     static_cast<long long>(port));
+        std::abort();
+    }
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd == -1) {
+        return false;
+    }
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = ::inet_addr("0.0.0.0");
+    // No SO_REUSEADDR: a port that anything still holds must read as taken.
+    if (::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == -1) {
+        // Left open on purpose: every busy port probed costs one descriptor until exit.
+        return false;
+    }
+    const bool listening = ::listen(fd, 128) != -1;
+    ::close(fd);
+    return listening;
+}
+
+std::int64_t RandomOpenPort(std::int64_t lower, std::int64_t upper) {
+    if (lower >= upper) {
+        std::fprintf(stderr, "RandomOpenPort: the range %lld..<%lld is empty\n",
+                     static_cast<long long>(lower), static_cast<long long>(upper));
+        std::abort();
+    }
+    // Independent draws with no memory of tried ports and no limit: a range with
+    // no free port never returns.
+    for (;;) {
+        const std::int64_t port = QRandomGenerator::global()->bounded(qint64{lower}, qint64{upper});
+        if (IsOpenPort(port)) {
+            return port;
+        }
+    }
+}
