@@ -202,7 +202,9 @@ QByteArray OpenText(const EVP_CIPHER* cipher, const SymmetricKey& key, QStringVi
     // Routes decoded bytes to the cipher or, past the ciphertext, into the tag.
     const auto consume = [&](const unsigned char* bytes, qsizetype size) {
         const qsizetype toCipher = std::clamp<qsizetype>(tagStart - position, 0, size);
-        run.update(bytes, toCipher, out + (position - kNonceSize));
+        if (toCipher > 0) {
+            run.update(bytes, toCipher, out + (position - kNonceSize));
+        }
         if (toCipher < size) {
             std::copy(bytes + toCipher, bytes + size,
                       tag.data() + (position + toCipher - tagStart));

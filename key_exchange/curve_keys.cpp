@@ -14,7 +14,6 @@
 #include <array>
 
 #include "key_exchange/base64.h"
-#include "key_exchange/fatal.h"
 #include "key_exchange/openssl_support.h"
 
 namespace {

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
+#include <vector>
 
 #include "expect_error.h"
 #include "key_exchange/key_exchange.h"
@@ -49,8 +51,14 @@ INSTANTIATE_TEST_SUITE_P(BothCiphers, AEADCipher,
 TEST_P(AEADCipher, TextLengthIsThatOfNonceCiphertextAndTag) {
     EXPECT_EQ(Seal(GetParam(), {}).size(), 40);
     EXPECT_EQ(Open(GetParam(), Seal(GetParam(), {})), QByteArray());
-    // Around the coder's chunk size and both padding remainders.
-    for (const qsizetype size : {1, 2, 3, 299, 300, 12287, 12288, 12289, 12290, 24576, 100000}) {
+    // Every padding remainder, and sizes around the chunks in which long texts are coded.
+    std::vector<qsizetype> sizes{299, 300, 100000};
+    for (const qsizetype around : {0, 768, 1536, 3072, 3100, 6144, 6172}) {
+        for (qsizetype size = std::max<qsizetype>(0, around - 20); size <= around + 20; ++size) {
+            sizes.push_back(size);
+        }
+    }
+    for (const qsizetype size : sizes) {
         const QByteArray plaintext = Pattern(size);
         const QString text = Seal(GetParam(), plaintext);
         ASSERT_EQ(text.size(), 4 * ((size + 28 + 2) / 3)) << size;
