@@ -15,6 +15,7 @@
 
 #include <immintrin.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 
@@ -69,6 +70,13 @@ constexpr auto kGatherGroups = [] {
     return index;
 }();
 
+// Groups to code one by one until the text pointer is on a cache line; none if the pointer is
+// not even on a group boundary of 8 bytes.
+inline qsizetype LeadGroups(const char16_t* text) {
+    const auto address = reinterpret_cast<std::uintptr_t>(text);
+    return address % 8 != 0 ? 0 : static_cast<qsizetype>((64 - address % 64) % 64 / 8);
+}
+
 BRISVANE_AVX512 inline __m512i Load(const std::array<char, 64>& bytes) {
     return _mm512_loadu_si512(bytes.data());
 }
@@ -91,6 +99,12 @@ BRISVANE_AVX512 void EncodeGroupsAvx512(const unsigned char* in, qsizetype group
     // Bit offsets of the four fields in each lane, twice per 64-bit word: 10, 4, 22, 16.
     const __m512i shifts = _mm512_set1_epi64(0x3036242a1016040a);
     qsizetype left = groupCount;
+    // A group writes 8 bytes of text: a few scalar groups first align the stores to cache lines.
+    const qsizetype lead = std::min(left, LeadGroups(out));
+    EncodeGroupsScalar(in, lead, out);
+    in += 3 * lead;
+    out += 4 * lead;
+    left -= lead;
     while (left >= 16) {
         const __m512i bytes = _mm512_maskz_loadu_epi8(kLow48Bytes, in);
         const __m512i fields =
@@ -113,6 +127,14 @@ BRISVANE_AVX512 bool DecodeGroupsAvx512(const char16_t* in, qsizetype groupCount
     const __m512i gather = Load(kGatherGroups);
     const __m512i beyondAscii = _mm512_set1_epi16(static_cast<short>(0xFF80));
     qsizetype left = groupCount;
+    // A group reads 8 bytes of text: a few scalar groups first align the loads to cache lines.
+    const qsizetype lead = std::min(left, LeadGroups(in));
+    if (!DecodeGroupsScalar(in, lead, out)) {
+        return false;
+    }
+    in += 4 * lead;
+    out += 3 * lead;
+    left -= lead;
     while (left >= 16) {
         const __m512i first = _mm512_loadu_si512(in);
         const __m512i second = _mm512_loadu_si512(in + 32);

@@ -62,6 +62,23 @@ bool IsPlain(char16_t c) {
     return c >= 0x20 && c < 0x80 && c != u'"' && c != u'\\';
 }
 
+void AppendUnicodeEscape(QByteArray& out, char16_t c) {
+    out.append("\\u")
+        .append(kHexDigits[(c >> 12) & 0xF])
+        .append(kHexDigits[(c >> 8) & 0xF])
+        .append(kHexDigits[(c >> 4) & 0xF])
+        .append(kHexDigits[c & 0xF]);
+}
+
+// A surrogate that is not half of a high-then-low pair.
+bool IsLoneSurrogate(QStringView text, qsizetype at) {
+    const QChar c = text[at];
+    if (c.isHighSurrogate()) {
+        return at + 1 >= text.size() || !text[at + 1].isLowSurrogate();
+    }
+    return c.isLowSurrogate();
+}
+
 void AppendEscaped(QByteArray& out, QStringView text) {
     const qsizetype size = text.size();
     qsizetype i = 0;
@@ -84,18 +101,25 @@ void AppendEscaped(QByteArray& out, QStringView text) {
         }
         const char16_t c = text[i].unicode();
         if (c >= 0x80) {
-            // A whole run of non-ASCII text at once, so surrogate pairs stay together.
-            while (end < size && text[end].unicode() >= 0x80) {
-                ++end;
+            // A whole run of well-formed non-ASCII text at once, so surrogate pairs stay
+            // together. A lone surrogate has no UTF-8 form: it is written as an escape, so
+            // that what was read is what is written back.
+            while (end < size && text[end].unicode() >= 0x80 && !IsLoneSurrogate(text, end)) {
+                end += text[end].isHighSurrogate() ? 2 : 1;
             }
-            out.append(text.sliced(i, end - i).toUtf8());
-            i = end;
+            if (end > i) {
+                out.append(text.sliced(i, end - i).toUtf8());
+                i = end;
+            } else {
+                AppendUnicodeEscape(out, c);
+                ++i;
+            }
             continue;
         }
         if (const char escape = ShortEscape(c); escape != 0) {
             out.append('\\').append(escape);
         } else {
-            out.append("\\u00").append(kHexDigits[c >> 4]).append(kHexDigits[c & 0xF]);
+            AppendUnicodeEscape(out, c);
         }
         ++i;
     }

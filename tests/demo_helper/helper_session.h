@@ -1,110 +1,108 @@
 #pragma once
 
-// Plays the application's side against a real demo helper child: its own key store
-// and token, the helper's key read from its output, sealed requests posted over a
-// keep-alive HTTP connection and the sealed answers opened again.
+// Plays the application's side against a real demo helper child: its own key as the token,
+// the helper's key read from its output, sealed requests over HTTP; one state folder a test.
 
+#include <gtest/gtest.h>
 #include <httplib.h>
 
-#include <QByteArray>
+#include <QCoreApplication>
 #include <QProcess>
-#include <QProcessEnvironment>
-#include <QString>
-#include <QStringList>
+#include <QTcpServer>
 #include <QTemporaryDir>
-#include <QThread>
-#include <chrono>
-#include <cstdint>
 #include <memory>
-#include <optional>
-#include <vector>
 
 #include "app/records.h"
 #include "key_exchange/key_exchange.h"
+#include "support/wait.h"
 
-using namespace std::chrono_literals;
-
-struct PostResult {
-    bool delivered = false;  // false: no HTTP answer at all, for the reason in `failure`
-    httplib::Error failure = httplib::Error::Success;
-    int status = 0;
-    QByteArray body;
-};
-
-// An answer's plaintext and the timestamp it was sealed with.
-struct OpenedAnswer {
-    QByteArray plaintext;
-    std::int64_t timestamp = 0;
-
-    // The answer read the way the application reads it: folders, else groups, else envelope.
-    std::optional<std::vector<DirItem>> folders() const;
-    std::optional<std::vector<GroupItem>> groups() const;
-    std::optional<TypeIDAndData> envelope() const;
-    // "folders", "groups", or the envelope's type.
-    QString kind() const;
-};
-
-class HelperSession {
-public:
-    // stateHome: the child's XDG_STATE_HOME; several sessions may share one in turn.
-    explicit HelperSession(QString stateHome);
-    ~HelperSession();
-
-    void setEnvironment(const QString& name, const QString& value);
-    QStringList defaultArguments() const;
-
-    // Starts the child and waits for its status line (not when `silent`).
-    [[nodiscard]] bool start(std::optional<QStringList> arguments = std::nullopt);
-    // Reads the helper's key from its output into the store.
-    void pair();
-    // SIGTERM, then waits; true when it ended with status 0.
-    bool terminate();
-    bool waitForExit(std::chrono::milliseconds timeout);
-
-    PostResult postRaw(const QByteArray& body,
-                       std::optional<QByteArray> authorization = std::nullopt);
-    PostResult post(const TypeIDAndData& message,
-                    std::optional<std::int64_t> timestamp = std::nullopt);
-    // Posts and opens; fails the test when the answer is not a sealed 200.
-    OpenedAnswer ask(const QString& type, const QString& id = {}, const QString& data = {});
-    OpenedAnswer open(const PostResult& result) const;
-    void logIn();
-
-    // Takes in what the child has written so far.
-    void collectOutput();
-    QString output() const { return QString::fromUtf8(output_); }
-    QString errorOutput() const { return QString::fromUtf8(errorOutput_); }
-    QProcess& process() { return process_; }
-    int port() const { return port_; }
-    const KeyExchangeStore& store() const { return *kes_; }
-    httplib::Client& client() { return *client_; }
-
-private:
-    QString stateHome_;
-    QProcessEnvironment environment_;
-    std::unique_ptr<KeyExchangeStore> kes_;
-    int port_ = 0;
-    QProcess process_;
-    QByteArray output_;
-    QByteArray errorOutput_;
-    std::unique_ptr<httplib::Client> client_;
-};
-
-// A loopback port nobody listens on right now.
-int FreeLoopbackPort();
-
-// Polls `condition` until it holds or the time is up.
-template <typename Condition>
-bool WaitFor(Condition condition, std::chrono::milliseconds timeout) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        QThread::msleep(5);
-    }
-    return true;
+// Failing comparisons show texts as texts.
+inline void PrintTo(const QString& text, std::ostream* out) {
+    *out << text.toStdString();
 }
 
-// True when the process is gone or only a zombie waiting to be reaped.
-bool ProcessHasEnded(qint64 pid);
+class DemoHelperSession : public ::testing::Test {
+protected:
+    DemoHelperSession() {
+        QTcpServer probe;  // a loopback port nobody listens on right now
+        probe.listen(QHostAddress::LocalHost);
+        port = probe.serverPort();
+        process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    }
+    ~DemoHelperSession() override {
+        process.kill();
+        process.waitForFinished();
+    }
+
+    QStringList arguments() const {
+        return {QString("-pid=%1").arg(QCoreApplication::applicationPid()),
+                "-token=" + kes->LocalPublicKey(), QString("-port=%1").arg(port)};
+    }
+
+    // Starts the child; false when it never says it listens.
+    bool start(const QStringList& arguments, const QString& program = DEMO_HELPER_PATH) {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("XDG_STATE_HOME", stateHome.path());
+        environment.insert("BRISVANE_DEMO_OPENER", opener);
+        process.setProcessEnvironment(environment);
+        output.clear();
+        process.start(program, arguments);
+        // Sanitizer builds start the child slowly; nothing here is timed.
+        testing_support::waitUntil(
+            [&] {
+                output += process.readAllStandardOutput();
+                return output.contains("listening on") || process.state() == QProcess::NotRunning;
+            },
+            20000);
+        return output.contains("listening on");
+    }
+
+    // A new life of the helper on the same state, once the last one has ended cleanly.
+    void restart() {
+        process.terminate();
+        ASSERT_EQ(waitForExit(), 0);
+        ASSERT_TRUE(start(arguments()));
+    }
+
+    // The exit code once the child has ended normally; -1 otherwise.
+    int waitForExit() {
+        process.waitForFinished(10000);  // false at once when it has ended already
+        const bool normal =
+            process.state() == QProcess::NotRunning && process.exitStatus() == QProcess::NormalExit;
+        return normal ? process.exitCode() : -1;
+    }
+
+    httplib::Result post(const std::string& authorization, const TypeIDAndData& message) {
+        const auto headers = authorization.empty()
+                                 ? httplib::Headers()
+                                 : httplib::Headers{{"Authorization", authorization}};
+        kes->setExternalPublicKey(PEMFromString(output));  // the key this helper life printed
+        const auto sealed = kes->encodeJSONAndEncrypt(message, KeyExchangeCurrentTimestampData());
+        return httplib::Client("127.0.0.1", port)
+            .Post("/request", headers, JSONEncode(sealed).toStdString(), "application/json");
+    }
+
+    // The sealed answer, opened and read as an envelope or as the record list given.
+    template <typename Answer = TypeIDAndData>
+    Answer ask(const QString& type, const QString& id = {}, const QString& data = {}) {
+        const auto result = post("Bearer " + kes->LocalPublicKey().toStdString(), {type, id, data});
+        try {
+            const QString body = QString::fromStdString(result ? result->body : "");
+            return JSONDecode<Answer>(KeyExchangeSocketMessage::text(body).open(*kes).plaintext);
+        } catch (const std::system_error& error) {
+            ADD_FAILURE() << type.toStdString() << " (HTTP " << (result ? result->status : 0)
+                          << "): " << error.what();
+            return {};
+        }
+    }
+
+    void logIn() { ASSERT_EQ(ask("auth", "ann@example.org", "secret").type, "ping"); }
+
+    QTemporaryDir stateHome;
+    QTemporaryDir files;
+    QString opener = "true";  // what the helper runs to open things: nothing for real
+    int port = 0;
+    QProcess process;
+    QByteArray output;
+    std::unique_ptr<KeyExchangeStore> kes = KeyExchange_Curve25519_SHA256_HKDF_AESGCM_Store({});
+};

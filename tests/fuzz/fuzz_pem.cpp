@@ -25,20 +25,16 @@ bool reachesDeliberateStop(const QString& text) {
 // The body between the first "BEGIN...\n" and either the next one or the first
 // "\nEND..." after it, whichever the splits meet first; nothing when that is empty.
 std::optional<QString> modelBody(const QString& text) {
-    if (!text.contains(kBegin)) {
+    const qsizetype begin = text.indexOf(kBeginLine);
+    if (begin < 0) {
         return std::nullopt;
     }
-    const qsizetype start = text.indexOf(kBeginLine) + kBeginLine.size();
+    const qsizetype start = begin + kBeginLine.size();
     const qsizetype nextBegin = text.indexOf(kBeginLine, start);
-    QString piece = text.mid(start, nextBegin < 0 ? -1 : nextBegin - start);
-    const qsizetype end = piece.indexOf(kEndLine);
-    if (end >= 0) {
-        piece.truncate(end);
-    }
-    if (piece.isEmpty()) {
-        return std::nullopt;
-    }
-    return piece;
+    // mid() and left() keep everything when given a negative length.
+    const QString piece = text.mid(start, nextBegin < 0 ? -1 : nextBegin - start);
+    const QString body = piece.left(piece.indexOf(kEndLine));
+    return body.isEmpty() ? std::nullopt : std::optional(body);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <system_error>
 #include <vector>
 
@@ -15,52 +16,37 @@
 namespace {
 
 template <typename T>
-bool decodes(const QByteArray& text, T* decoded) {
+std::optional<T> decoded(const QByteArray& text) {
     try {
-        *decoded = JSONDecode<T>(text);
-        return true;
+        return JSONDecode<T>(text);
     } catch (const std::system_error& refusal) {
         FUZZ_CHECK(refusal.code().category() == JSONErrorCategory());
-        return false;
+        return std::nullopt;
     }
 }
 
+// What decodes as T must survive being encoded and decoded again unchanged.
 template <typename T>
-void checkRoundTrip(const T& decoded) {
-    const QByteArray encoded = JSONEncode(decoded);
-    T again;
-    FUZZ_CHECK(decodes(encoded, &again));
-    FUZZ_CHECK(again == decoded);
-    FUZZ_CHECK(JSONEncode(again) == encoded);
-}
-
-void checkDerived(const DirItem& item) {
-    const double progress = item.progress();
-    FUZZ_CHECK(progress >= 0.0 && progress <= 1.0);
-    const QString icon = item.icon();
-    FUZZ_CHECK(icon == QLatin1String("internaldrive") || icon == QLatin1String("arrow.clockwise"));
-    FUZZ_CHECK((progress == 1.0) == (icon == QLatin1String("internaldrive")));
+std::optional<T> decodedAndRoundTripped(const QByteArray& text) {
+    const std::optional<T> first = decoded<T>(text);
+    const std::optional<T> again = first ? decoded<T>(JSONEncode(*first)) : std::nullopt;
+    FUZZ_CHECK(again == first);
+    FUZZ_CHECK(!again || JSONEncode(*again) == JSONEncode(*first));
+    return first;
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const QByteArray text(reinterpret_cast<const char*>(data), static_cast<qsizetype>(size));
-
-    std::vector<DirItem> dirItems;
-    if (decodes(text, &dirItems)) {
-        for (const DirItem& item : dirItems) {
-            checkDerived(item);
-        }
-        checkRoundTrip(dirItems);
+    for (const DirItem& item :
+         decodedAndRoundTripped<std::vector<DirItem>>(text).value_or(std::vector<DirItem>())) {
+        const double progress = item.progress();
+        FUZZ_CHECK(progress >= 0.0 && progress <= 1.0);
+        FUZZ_CHECK(item.icon() ==
+                   QLatin1String(progress == 1.0 ? "internaldrive" : "arrow.clockwise"));
     }
-    std::vector<GroupItem> groupItems;
-    if (decodes(text, &groupItems)) {
-        checkRoundTrip(groupItems);
-    }
-    TypeIDAndData request;
-    if (decodes(text, &request)) {
-        checkRoundTrip(request);
-    }
+    decodedAndRoundTripped<std::vector<GroupItem>>(text);
+    decodedAndRoundTripped<TypeIDAndData>(text);
     return 0;
 }
