@@ -16,26 +16,6 @@ bool isSettled(const QString& status) {
 
 }  // namespace
 
-void TypeIDAndData::writeJSON(JSONWriter& writer) const {
-    writer.beginObject();
-    writer.key("Type"_L1);
-    writer.value(type);
-    writer.key("ID"_L1);
-    writer.value(id);
-    writer.key("Data"_L1);
-    writer.value(data);
-    writer.endObject();
-}
-
-TypeIDAndData TypeIDAndData::readJSON(const QJsonValue& value) {
-    const QJsonObject object = json::requireObject(value);
-    return {
-        .type = json::requireString(object, "Type"_L1),
-        .id = json::requireString(object, "ID"_L1),
-        .data = json::requireString(object, "Data"_L1),
-    };
-}
-
 void GroupItem::writeJSON(JSONWriter& writer) const {
     writer.beginObject();
     writer.key("GroupID"_L1);

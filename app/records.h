@@ -9,16 +9,11 @@
 #include <optional>
 
 #include "key_exchange/json_coding.h"
+#include "key_exchange/key_exchange.h"
 
-struct TypeIDAndData {
-    QString type;
-    QString id;
-    QString data;
-
-    void writeJSON(JSONWriter& writer) const;
-    static TypeIDAndData readJSON(const QJsonValue& value);
-    bool operator==(const TypeIDAndData&) const = default;
-};
+// The application's request envelope has the same shape and keys as the one the
+// key-exchange package seals, so it is that record.
+using TypeIDAndData = KeyExchangeTypeIDAndData;
 
 struct GroupItem {
     std::int64_t groupID = 0;

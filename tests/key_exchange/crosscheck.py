@@ -25,6 +25,7 @@ try:
 except ImportError as missing:
     sys.exit(f"python3-cryptography is not usable ({missing}); install Debian's package")
 
+
 def b64(data):
     return base64.b64encode(data).decode("ascii")
 

@@ -14,8 +14,8 @@ std::string hex(const QByteArray& bytes) {
     return bytes.toHex().toStdString();
 }
 
-QByteArray unhex(const char* hex) {
-    return QByteArray::fromHex(hex);
+QByteArray unhex(const char* text) {
+    return QByteArray::fromHex(text);
 }
 
 QByteArray x25519(const QByteArray& scalar, const QByteArray& u) {
