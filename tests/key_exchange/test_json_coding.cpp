@@ -7,8 +7,6 @@
 
 using namespace Qt::Literals::StringLiterals;
 
-namespace {
-
 TEST(JSON, RecordsKeepTheirMemberOrderAndEscapeWhatJSONRequires) {
     const KeyExchangeTypeIDAndData record{u"ping"_s, u"1"_s, u"q\" b\\ /\n\x01 é 😀"_s};
     EXPECT_EQ(JSONEncode(record), R"({"Type":"ping","ID":"1","Data":"q\" b\\ /\n\u0001 )"
@@ -31,9 +29,9 @@ TEST(JSON, EveryCharacterAndLoneSurrogatesSurviveARoundTrip) {
 }
 
 TEST(JSON, Int64IsExactOverItsWholeRange) {
-    for (const std::int64_t number : {(std::int64_t{1} << 53) + 1,
-                                      std::numeric_limits<std::int64_t>::max(),
-                                      std::numeric_limits<std::int64_t>::min()}) {
+    for (const std::int64_t number :
+         {(std::int64_t{1} << 53) + 1, std::numeric_limits<std::int64_t>::max(),
+          std::numeric_limits<std::int64_t>::min()}) {
         JSONWriter writer;
         writer.beginObject();
         writer.key("v"_L1);
@@ -42,11 +40,6 @@ TEST(JSON, Int64IsExactOverItsWholeRange) {
         EXPECT_EQ(writer.text(), "{\"v\":" + QByteArray::number(number) + "}");
         EXPECT_EQ(json::requireInt64(json::requireObject(json::parse(writer.text())), "v"_L1),
                   number);
-    }
-    const QJsonObject object = json::requireObject(
-        json::parse(R"({"fraction":1.5,"tooBig":9223372036854775808,"text":"5"})"));
-    for (const auto key : {"fraction"_L1, "tooBig"_L1, "text"_L1}) {
-        EXPECT_EQ(ErrorOf([&] { json::requireInt64(object, key); }), JSONError::typeMismatch);
     }
 }
 
@@ -64,5 +57,3 @@ TEST(JSON, EnvelopeNeedsAllFourStringsAndIgnoresExtraKeys) {
         EXPECT_EQ(ErrorOf([&] { JSONDecode<KeyExchangeAEADStore>(text); }), error) << text;
     }
 }
-
-}  // namespace
