@@ -18,12 +18,9 @@ bool isSettled(const QString& status) {
 
 void GroupItem::writeJSON(JSONWriter& writer) const {
     writer.beginObject();
-    writer.key("GroupID"_L1);
-    writer.value(groupID);
-    writer.key("Name"_L1);
-    writer.value(name);
-    writer.key("WalkPaths"_L1);
-    json::write(writer, walkPaths);
+    writer.member("GroupID"_L1, groupID);
+    writer.member("Name"_L1, name);
+    writer.member("WalkPaths"_L1, walkPaths);
     writer.endObject();
 }
 
@@ -60,20 +57,14 @@ double DirItem::progress() const {
 
 void DirItem::writeJSON(JSONWriter& writer) const {
     writer.beginObject();
-    writer.key("Path"_L1);
-    writer.value(path);
+    writer.member("Path"_L1, path);
     if (error) {
-        writer.key("Error"_L1);
-        writer.value(*error);
+        writer.member("Error"_L1, *error);
     }
-    writer.key("Enabled"_L1);
-    writer.value(enabled);
-    writer.key("GroupID"_L1);
-    writer.value(groupID);
-    writer.key("Name"_L1);
-    writer.value(name);
-    writer.key("Status"_L1);
-    writer.value(status);
+    writer.member("Enabled"_L1, enabled);
+    writer.member("GroupID"_L1, groupID);
+    writer.member("Name"_L1, name);
+    writer.member("Status"_L1, status);
     writer.endObject();
 }
 

@@ -7,12 +7,9 @@
 
 void StoredFolder::writeJSON(JSONWriter& writer) const {
     writer.beginObject();
-    writer.key(QLatin1StringView("Path"));
-    writer.value(path);
-    writer.key(QLatin1StringView("GroupID"));
-    writer.value(groupID);
-    writer.key(QLatin1StringView("Enabled"));
-    writer.value(enabled);
+    writer.member(QLatin1StringView("Path"), path);
+    writer.member(QLatin1StringView("GroupID"), groupID);
+    writer.member(QLatin1StringView("Enabled"), enabled);
     writer.endObject();
 }
 
@@ -25,12 +22,9 @@ StoredFolder StoredFolder::readJSON(const QJsonValue& value) {
 
 void StoredState::writeJSON(JSONWriter& writer) const {
     writer.beginObject();
-    writer.key(QLatin1StringView("LoggedIn"));
-    writer.value(loggedIn);
-    writer.key(QLatin1StringView("UserName"));
-    writer.value(userName);
-    writer.key(QLatin1StringView("Folders"));
-    json::write(writer, folders);
+    writer.member(QLatin1StringView("LoggedIn"), loggedIn);
+    writer.member(QLatin1StringView("UserName"), userName);
+    writer.member(QLatin1StringView("Folders"), folders);
     writer.endObject();
 }
 

@@ -41,6 +41,9 @@ public:
     void beginArray();
     void endArray();
     void key(QLatin1StringView name);
+    // The key, then the value as json::write writes it.
+    template <typename T>
+    void member(QLatin1StringView name, const T& value);
 
     void value(const QString& text);
     void value(QLatin1StringView text);
@@ -83,6 +86,12 @@ QStringList requireStringArray(const QJsonObject& object, QLatin1StringView key)
 // Absent and null both read as no value; any other non-string is a mismatch.
 std::optional<QString> optionalString(const QJsonObject& object, QLatin1StringView key);
 
+inline void write(JSONWriter& writer, bool flag) {
+    writer.value(flag);
+}
+inline void write(JSONWriter& writer, std::int64_t number) {
+    writer.value(number);
+}
 inline void write(JSONWriter& writer, const QString& text) {
     writer.value(text);
 }
@@ -128,6 +137,12 @@ struct Reader<std::vector<T>> {
 };
 
 }  // namespace json
+
+template <typename T>
+void JSONWriter::member(QLatin1StringView name, const T& value) {
+    key(name);
+    json::write(*this, value);
+}
 
 template <typename T>
 concept JSONEncodable = requires(JSONWriter& writer, const T& value) {

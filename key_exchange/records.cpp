@@ -4,14 +4,10 @@ using namespace Qt::Literals::StringLiterals;
 
 void KeyExchangeAEADStore::writeJSON(JSONWriter& writer) const {
     writer.beginObject();
-    writer.key("KDFNonce"_L1);
-    writer.value(kdfNonce);
-    writer.key("Ciphertext"_L1);
-    writer.value(ciphertext);
-    writer.key("AEADNonce"_L1);
-    writer.value(aeadNonce);
-    writer.key("AdditionalData"_L1);
-    writer.value(additionalData);
+    writer.member("KDFNonce"_L1, kdfNonce);
+    writer.member("Ciphertext"_L1, ciphertext);
+    writer.member("AEADNonce"_L1, aeadNonce);
+    writer.member("AdditionalData"_L1, additionalData);
     writer.endObject();
 }
 
@@ -27,12 +23,9 @@ KeyExchangeAEADStore KeyExchangeAEADStore::readJSON(const QJsonValue& value) {
 
 void KeyExchangeTypeIDAndData::writeJSON(JSONWriter& writer) const {
     writer.beginObject();
-    writer.key("Type"_L1);
-    writer.value(type);
-    writer.key("ID"_L1);
-    writer.value(id);
-    writer.key("Data"_L1);
-    writer.value(data);
+    writer.member("Type"_L1, type);
+    writer.member("ID"_L1, id);
+    writer.member("Data"_L1, data);
     writer.endObject();
 }
 
