@@ -113,6 +113,21 @@ PKeyPtr NistPublicFromRaw(const CurveInfo& info, QByteArrayView raw) {
     return key;
 }
 
+// X25519 keys are their raw bytes; OpenSSL takes them as they are.
+using RawKeyReader = EVP_PKEY* (*)(OSSL_LIB_CTX*, const char*, const char*, const unsigned char*,
+                                   std::size_t);
+
+std::shared_ptr<evp_pkey_st> MontgomeryFromRaw(const CurveInfo& info, QByteArrayView raw,
+                                               RawKeyReader read) {
+    PKeyPtr key(read(nullptr, info.groupName, nullptr,
+                     reinterpret_cast<const unsigned char*>(raw.data()),
+                     static_cast<std::size_t>(raw.size())));
+    if (!key) {
+        ThrowCrypto(CryptoError::invalidKeyRepresentation);
+    }
+    return SharePKey(std::move(key));
+}
+
 std::shared_ptr<evp_pkey_st> PrivateFromRaw(const CurveInfo& info, QByteArrayView raw) {
     if (raw.size() != info.privateSize) {
         ThrowCrypto(CryptoError::invalidKeyRepresentation);
@@ -120,13 +135,7 @@ std::shared_ptr<evp_pkey_st> PrivateFromRaw(const CurveInfo& info, QByteArrayVie
     if (!info.montgomery) {
         return SharePKey(NistPrivateFromRaw(info, raw));
     }
-    PKeyPtr key(EVP_PKEY_new_raw_private_key_ex(nullptr, info.groupName, nullptr,
-                                                reinterpret_cast<const unsigned char*>(raw.data()),
-                                                static_cast<std::size_t>(raw.size())));
-    if (!key) {
-        ThrowCrypto(CryptoError::invalidKeyRepresentation);
-    }
-    return SharePKey(std::move(key));
+    return MontgomeryFromRaw(info, raw, EVP_PKEY_new_raw_private_key_ex);
 }
 
 std::shared_ptr<evp_pkey_st> PublicFromRaw(const CurveInfo& info, QByteArrayView raw) {
@@ -136,13 +145,7 @@ std::shared_ptr<evp_pkey_st> PublicFromRaw(const CurveInfo& info, QByteArrayView
     if (!info.montgomery) {
         return SharePKey(NistPublicFromRaw(info, raw));
     }
-    PKeyPtr key(EVP_PKEY_new_raw_public_key_ex(nullptr, info.groupName, nullptr,
-                                               reinterpret_cast<const unsigned char*>(raw.data()),
-                                               static_cast<std::size_t>(raw.size())));
-    if (!key) {
-        ThrowCrypto(CryptoError::invalidKeyRepresentation);
-    }
-    return SharePKey(std::move(key));
+    return MontgomeryFromRaw(info, raw, EVP_PKEY_new_raw_public_key_ex);
 }
 
 std::shared_ptr<evp_pkey_st> Generate(const CurveInfo& info) {

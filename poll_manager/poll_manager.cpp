@@ -159,14 +159,6 @@ QUrl PollManager::LocalURL(std::int64_t port, const QString& path) {
     return url;
 }
 
-QFuture<QByteArray> PollManager::failed(std::error_code error) {
-    QPromise<QByteArray> promise;
-    promise.start();
-    promise.setException(std::make_exception_ptr(std::system_error(error)));
-    promise.finish();
-    return promise.future();
-}
-
 QFuture<QByteArray> PollManager::post(QByteArray body, const QUrl& url,
                                       const QString& bearerToken) {
     auto promise = std::make_shared<QPromise<QByteArray>>();
@@ -190,6 +182,10 @@ QFuture<QByteArray> PollManager::post(QByteArray body, const QUrl& url,
 
 QFuture<QJsonValue> PollManager::request(const KeyExchangeTypeIDAndData& message, std::int64_t port,
                                          const QString& path) {
+    const QUrl url = LocalURL(port, path);
+    if (!url.isValid()) {
+        return failed<QJsonValue>(PollManagerError::urlError);
+    }
     auto promise = std::make_shared<QPromise<QJsonValue>>();
     QFuture<QJsonValue> future = promise->future();
     promise->start();
@@ -197,15 +193,6 @@ QFuture<QJsonValue> PollManager::request(const KeyExchangeTypeIDAndData& message
         promise->setException(std::current_exception());
         promise->finish();
     };
-    const QUrl url = LocalURL(port, path);
-    if (!url.isValid()) {
-        try {
-            throw std::system_error(PollManagerError::urlError);
-        } catch (...) {
-            fail();
-        }
-        return future;
-    }
     QMetaObject::invokeMethod(
         transport_,
         [this, message, url, promise, fail] {

@@ -7,6 +7,7 @@
 #include <QFuture>
 #include <QJsonValue>
 #include <QObject>
+#include <QPromise>
 #include <QString>
 #include <QThread>
 #include <QUrl>
@@ -107,7 +108,7 @@ public:
                                      const QString& bearerToken) {
         const QUrl url = LocalURL(port, path);
         if (!url.isValid()) {
-            return failed(PollManagerError::urlError);
+            return failed<QByteArray>(PollManagerError::urlError);
         }
         return publishWithURL(value, url, bearerToken);
     }
@@ -136,7 +137,15 @@ public:
 
 private:
     QFuture<QByteArray> post(QByteArray body, const QUrl& url, const QString& bearerToken);
-    static QFuture<QByteArray> failed(std::error_code error);
+    // A future that already holds the error.
+    template <typename T>
+    static QFuture<T> failed(std::error_code error) {
+        QPromise<T> promise;
+        promise.start();
+        promise.setException(std::make_exception_ptr(std::system_error(error)));
+        promise.finish();
+        return promise.future();
+    }
     void startPingTimer(double pingTimeLimit, std::function<void()> pingTimeout);
     void watchForKeyBlock(const QString& chunk);
 
