@@ -2,6 +2,7 @@
 
 #include <QJsonDocument>
 #include <QJsonParseError>
+#include <algorithm>
 #include <string>
 
 namespace {
@@ -62,6 +63,19 @@ bool IsPlain(char16_t c) {
     return c >= 0x20 && c < 0x80 && c != u'"' && c != u'\\';
 }
 
+// IsPlain for a whole block, written without an early exit so that the compiler
+// can vectorise it: base64 envelopes and folder paths are long plain runs.
+constexpr qsizetype kPlainBlock = 32;
+bool IsPlainBlock(const char16_t* chars) {
+    unsigned notPlain = 0;
+    for (qsizetype k = 0; k < kPlainBlock; ++k) {
+        const char16_t c = chars[k];
+        notPlain |= static_cast<unsigned>(c < 0x20) | static_cast<unsigned>(c >= 0x80) |
+                    static_cast<unsigned>(c == u'"') | static_cast<unsigned>(c == u'\\');
+    }
+    return notPlain == 0;
+}
+
 void AppendUnicodeEscape(QByteArray& out, char16_t c) {
     out.append("\\u")
         .append(kHexDigits[(c >> 12) & 0xF])
@@ -85,8 +99,12 @@ void AppendEscaped(QByteArray& out, QStringView text) {
     while (i < size) {
         // Runs of plain ASCII are narrowed straight into the output; only the rare character
         // that needs an escape or a multi-byte UTF-8 form leaves this path.
+        const char16_t* chars = reinterpret_cast<const char16_t*>(text.utf16());
         qsizetype end = i;
-        while (end < size && IsPlain(text[end].unicode())) {
+        while (end + kPlainBlock <= size && IsPlainBlock(chars + end)) {
+            end += kPlainBlock;
+        }
+        while (end < size && IsPlain(chars[end])) {
             ++end;
         }
         if (end > i) {
@@ -94,7 +112,7 @@ void AppendEscaped(QByteArray& out, QStringView text) {
             out.resize(at + (end - i));
             char* plain = out.data() + at;
             for (qsizetype k = i; k < end; ++k) {
-                *plain++ = static_cast<char>(text[k].unicode());
+                plain[k - i] = static_cast<char>(chars[k]);
             }
             i = end;
             continue;
@@ -166,7 +184,12 @@ void JSONWriter::endArray() {
 void JSONWriter::key(QLatin1StringView name) {
     separate();
     out_.append('"');
-    AppendEscaped(out_, QString(name));
+    // Record keys are plain ASCII: no need to widen them first.
+    if (std::all_of(name.begin(), name.end(), [](char c) { return IsPlain(uchar(c)); })) {
+        out_.append(name.data(), name.size());
+    } else {
+        AppendEscaped(out_, QString(name));
+    }
     out_.append("\":");
 }
 
@@ -176,6 +199,46 @@ void JSONWriter::value(const QString& text) {
     out_.append('"');
     AppendEscaped(out_, text);
     out_.append('"');
+    needsComma_ = true;
+}
+
+void JSONWriter::valueFromUTF8(QByteArrayView utf8) {
+    separate();
+    // Multi-byte sequences pass through as they are; only quotes, backslashes
+    // and control characters need escapes, written as AppendEscaped writes them.
+    // The escapes are counted first so that the text is written in one pass.
+    auto extraBytes = [](unsigned char c) -> qsizetype {
+        if (c == '"' || c == '\\') {
+            return 1;
+        }
+        if (c >= 0x20) {
+            return 0;
+        }
+        return ShortEscape(c) != 0 ? 1 : 5;
+    };
+    qsizetype extra = 0;
+    for (const char c : utf8) {
+        extra += extraBytes(static_cast<unsigned char>(c));
+    }
+    const qsizetype at = out_.size();
+    out_.resize(at + utf8.size() + extra + 2);
+    char* write = out_.data() + at;
+    *write++ = '"';
+    for (const char c : utf8) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (const qsizetype escapeSize = extraBytes(byte); escapeSize == 0) {
+            *write++ = c;
+        } else if (escapeSize == 1) {
+            *write++ = '\\';
+            *write++ = byte == '"' || byte == '\\' ? c : ShortEscape(byte);
+        } else {
+            for (const char digit :
+                 {'\\', 'u', '0', '0', kHexDigits[byte >> 4], kHexDigits[byte & 0xF]}) {
+                *write++ = digit;
+            }
+        }
+    }
+    *write = '"';
     needsComma_ = true;
 }
 

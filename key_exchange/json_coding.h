@@ -12,6 +12,7 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QJsonValue>
+#include <QList>
 #include <QString>
 #include <QStringList>
 #include <concepts>
@@ -47,6 +48,9 @@ public:
 
     void value(const QString& text);
     void value(QLatin1StringView text);
+    // A string value given as well-formed UTF-8, written exactly as value()
+    // writes the same text held in a QString, without widening it first.
+    void valueFromUTF8(QByteArrayView utf8);
     void value(std::int64_t number);
     void value(bool flag);
     // A string literal would otherwise quietly become the bool overload.
@@ -106,13 +110,21 @@ template <Record T>
 void write(JSONWriter& writer, const T& record) {
     record.writeJSON(writer);
 }
-template <typename T>
-void write(JSONWriter& writer, const std::vector<T>& items) {
+template <typename Sequence>
+void writeArray(JSONWriter& writer, const Sequence& items) {
     writer.beginArray();
-    for (const T& item : items) {
+    for (const auto& item : items) {
         write(writer, item);
     }
     writer.endArray();
+}
+template <typename T>
+void write(JSONWriter& writer, const std::vector<T>& items) {
+    writeArray(writer, items);
+}
+template <typename T>
+void write(JSONWriter& writer, const QList<T>& items) {
+    writeArray(writer, items);
 }
 
 template <typename T>
@@ -123,17 +135,23 @@ struct Reader<T> {
     static T read(const QJsonValue& value) { return T::readJSON(value); }
 };
 
+template <typename Sequence>
+Sequence readArray(const QJsonValue& value) {
+    const QJsonArray array = requireArray(value);
+    Sequence items;
+    items.reserve(array.size());
+    for (const QJsonValue& element : array) {
+        items.push_back(Reader<typename Sequence::value_type>::read(element));
+    }
+    return items;
+}
 template <typename T>
 struct Reader<std::vector<T>> {
-    static std::vector<T> read(const QJsonValue& value) {
-        const QJsonArray array = requireArray(value);
-        std::vector<T> items;
-        items.reserve(static_cast<std::size_t>(array.size()));
-        for (const QJsonValue& element : array) {
-            items.push_back(Reader<T>::read(element));
-        }
-        return items;
-    }
+    static std::vector<T> read(const QJsonValue& value) { return readArray<std::vector<T>>(value); }
+};
+template <typename T>
+struct Reader<QList<T>> {
+    static QList<T> read(const QJsonValue& value) { return readArray<QList<T>>(value); }
 };
 
 }  // namespace json

@@ -182,12 +182,20 @@ QFuture<QByteArray> PollManager::post(QByteArray body, const QUrl& url,
 
 QFuture<QJsonValue> PollManager::request(const KeyExchangeTypeIDAndData& message, std::int64_t port,
                                          const QString& path) {
+    // The continuation runs where the answer was opened, on the transport thread.
+    return requestJSONText(JSONEncode(message), port, path).then([](const QByteArray& text) {
+        return JSONDecode<QJsonValue>(text);
+    });
+}
+
+QFuture<QByteArray> PollManager::requestJSONText(QByteArray messageJSON, std::int64_t port,
+                                                 const QString& path) {
     const QUrl url = LocalURL(port, path);
     if (!url.isValid()) {
-        return failed<QJsonValue>(PollManagerError::urlError);
+        return failed<QByteArray>(PollManagerError::urlError);
     }
-    auto promise = std::make_shared<QPromise<QJsonValue>>();
-    QFuture<QJsonValue> future = promise->future();
+    auto promise = std::make_shared<QPromise<QByteArray>>();
+    QFuture<QByteArray> future = promise->future();
     promise->start();
     auto fail = [promise] {
         promise->setException(std::current_exception());
@@ -195,34 +203,48 @@ QFuture<QJsonValue> PollManager::request(const KeyExchangeTypeIDAndData& message
     };
     QMetaObject::invokeMethod(
         transport_,
-        [this, message, url, promise, fail] {
+        [this, messageJSON = std::move(messageJSON), url, promise, fail] {
             QByteArray body;
             try {
-                body = JSONEncode(
-                    kes_->encodeJSONAndEncrypt(message, KeyExchangeCurrentTimestampData()));
+                body = JSONEncode(kes_->encrypt(messageJSON, KeyExchangeCurrentTimestampData()));
             } catch (...) {
                 fail();
                 return;
             }
-            transport_->post(std::move(body), url, bearerToken_,
-                             [this, promise, fail](LoopbackTransport::Result result) {
-                                 try {
-                                     if (auto* error = std::get_if<std::error_code>(&result)) {
-                                         throw std::system_error(*error);
-                                     }
-                                     promise->addResult(decryptAndDecodeJSON<QJsonValue>(
-                                         std::get<QByteArray>(result), *kes_,
-                                         [this](const QString& additionalData) {
-                                             return authTimestamp(additionalData);
-                                         }));
-                                     promise->finish();
-                                 } catch (...) {
-                                     fail();
-                                 }
-                             });
+            transport_->post(
+                std::move(body), url, bearerToken_,
+                [this, promise, fail](LoopbackTransport::Result result) {
+                    try {
+                        if (auto* error = std::get_if<std::error_code>(&result)) {
+                            throw std::system_error(*error);
+                        }
+                        promise->addResult(decryptJSONText(std::get<QByteArray>(result), *kes_,
+                                                           [this](const QString& additionalData) {
+                                                               return authTimestamp(additionalData);
+                                                           }));
+                        promise->finish();
+                    } catch (...) {
+                        fail();
+                    }
+                });
         },
         Qt::QueuedConnection);
     return future;
+}
+
+QByteArray PollManager::decryptJSONText(QByteArrayView data, const KeyExchangeStore& store,
+                                        const KeyExchangeAuth& auth) const {
+    (void)store.ExternalPublicKey();
+    const auto envelope = JSONDecode<KeyExchangeAEADStore>(data);
+    QByteArray text = store.decryptAEADStore(envelope);
+    checkAuth(envelope, auth);
+    return text;
+}
+
+void PollManager::checkAuth(const KeyExchangeAEADStore& envelope, const KeyExchangeAuth& auth) {
+    if (!auth(envelope.additionalData)) {
+        throw std::system_error(KeyExchangeError::invalidAdditionalData);
+    }
 }
 
 void PollManager::startPingTimer(double pingTimeLimit, std::function<void()> pingTimeout) {

@@ -95,11 +95,12 @@ public:
         (void)store.ExternalPublicKey();
         const auto envelope = JSONDecode<KeyExchangeAEADStore>(data);
         T value = JSONDecode<T>(store.decryptAEADStore(envelope));
-        if (!auth(envelope.additionalData)) {
-            throw std::system_error(KeyExchangeError::invalidAdditionalData);
-        }
+        checkAuth(envelope, auth);
         return value;
     }
+    // The same checks, for a caller that reads the plaintext JSON itself.
+    QByteArray decryptJSONText(QByteArrayView data, const KeyExchangeStore& store,
+                               const KeyExchangeAuth& auth) const;
 
     // POSTs the value's JSON to http://127.0.0.1:port/path; the future holds the
     // body of a 200 answer, or the error.
@@ -124,6 +125,13 @@ public:
     // the answer's JSON.
     QFuture<QJsonValue> request(const KeyExchangeTypeIDAndData& message, std::int64_t port,
                                 const QString& path);
+    // The same for a message already encoded as JSON; the future holds the
+    // answer's plaintext JSON, for callers that read it their own way.
+    QFuture<QByteArray> requestJSONText(QByteArray messageJSON, std::int64_t port,
+                                        const QString& path);
+
+    // No silence watch unless a caller asks for one.
+    static constexpr double defaultPingTimeLimit = 0.0;
 
     // Blocks until the helper's run loop ends: call it from a background thread.
     // standardOutput runs on the pipe reader's thread; pingTimeout on the GUI thread.
@@ -146,6 +154,7 @@ private:
         promise.finish();
         return promise.future();
     }
+    static void checkAuth(const KeyExchangeAEADStore& envelope, const KeyExchangeAuth& auth);
     void startPingTimer(double pingTimeLimit, std::function<void()> pingTimeout);
     void watchForKeyBlock(const QString& chunk);
 

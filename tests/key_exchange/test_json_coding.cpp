@@ -28,6 +28,26 @@ TEST(JSON, EveryCharacterAndLoneSurrogatesSurviveARoundTrip) {
     EXPECT_EQ(JSONDecode<KeyExchangeTypeIDAndData>(encoded), record);
 }
 
+TEST(JSON, ValueFromUTF8WritesWhatTheQStringFormWrites) {
+    // Every ASCII character, long plain runs on both sides of the escapes, and
+    // multi-byte text; lone surrogates have no UTF-8 form and are not offered.
+    QString text = QString(70, u'p');
+    for (char16_t c = 0; c < 0x80; ++c) {
+        text.append(QChar(c)).append(u"é😀"_s);
+    }
+    text += QString(70, u'q');
+    for (const QString& sample : {text, QString(),
+                                  u"\"_s, u"
+                                  ""_s}) {
+        JSONWriter fromUTF8;
+        fromUTF8.beginArray();
+        fromUTF8.value(u"before"_s);
+        fromUTF8.valueFromUTF8(sample.toUtf8());
+        fromUTF8.endArray();
+        EXPECT_EQ(fromUTF8.text(), JSONEncode(QStringList{u"before"_s, sample}));
+    }
+}
+
 TEST(JSON, Int64IsExactOverItsWholeRange) {
     for (const std::int64_t number :
          {(std::int64_t{1} << 53) + 1, std::numeric_limits<std::int64_t>::max(),

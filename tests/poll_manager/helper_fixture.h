@@ -20,6 +20,7 @@
 #include <thread>
 
 #include "poll_manager/poll_manager.h"
+#include "support/scoped_environment.h"
 #include "support/wait.h"
 
 namespace testing_support {
@@ -45,18 +46,9 @@ public:
 
         // Every run inherits the environment at spawn time, so the switches stay
         // in place for the fixture's whole life.
-        saved_[QByteArrayLiteral("XDG_STATE_HOME")] = std::nullopt;
+        environment_.set("XDG_STATE_HOME", stateHome_.path().toUtf8());
         for (const auto& [name, value] : options_.environment) {
-            saved_[name] = std::nullopt;
-        }
-        for (auto& [name, value] : saved_) {
-            if (qEnvironmentVariableIsSet(name.constData())) {
-                value = qgetenv(name.constData());
-            }
-        }
-        qputenv("XDG_STATE_HOME", stateHome_.path().toUtf8());
-        for (const auto& [name, value] : options_.environment) {
-            qputenv(name.constData(), value);
+            environment_.set(name, value);
         }
 
         supervision_ = std::thread([this] {
@@ -74,13 +66,6 @@ public:
     ~RunningHelper() {
         pm.processManager().cancelNow();
         supervision_.join();
-        for (const auto& [name, value] : saved_) {
-            if (value) {
-                qputenv(name.constData(), *value);
-            } else {
-                qunsetenv(name.constData());
-            }
-        }
     }
 
     bool waitForKey(int timeoutMs = 10000) {
@@ -113,8 +98,8 @@ public:
 private:
     HelperOptions options_;
     QTemporaryDir stateHome_;
+    ScopedEnvironment environment_;
     std::thread supervision_;
-    std::map<QByteArray, std::optional<QByteArray>> saved_;
     mutable std::mutex outputLock_;
     QString output_;
 };

@@ -1,0 +1,245 @@
+#include "app/items_provider.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+#include <QTimer>
+#include <cstdio>
+#include <cstdlib>
+
+#include "app/helper_choice.h"
+#include "app/platform/launch_at_login.h"
+#include "brisvane_version.h"
+
+using namespace Qt::Literals::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr std::int64_t lowestPort = 8001;
+constexpr std::int64_t pastHighestPort = 9000;
+constexpr auto requestInterval = 100ms;
+constexpr auto secondRemovalDelay = 500ms;
+
+void printLine(const QString& text) {
+    std::fputs(qPrintable(text + u'\n'), stdout);
+    std::fflush(stdout);
+}
+
+[[noreturn]] void stopUnwrappingNothing() {
+    std::fputs("fatal: Unexpectedly found nil while unwrapping an Optional value\n", stderr);
+    std::abort();
+}
+
+QUrl siteURL() {
+    const QUrl url(QStringLiteral(BRISVANE_SITE_URL), QUrl::StrictMode);
+    if (!url.isValid() || url.scheme().isEmpty() || url.host().isEmpty()) {
+        stopUnwrappingNothing();
+    }
+    return url;
+}
+
+}  // namespace
+
+ItemsProvider::ItemsProvider(ItemsProviderHost host, QObject* parent)
+    : QObject(parent), loginURL_(siteURL()), menuBarString_(u"arrow.clockwise"_s) {
+    isMacOS13_ = host.systemVersion.isAtLeast(13, 0, 0);
+    port_ = pm_.randomOpenPort(lowestPort, pastHighestPort);
+
+    ProcessManager& processManager = pm_.processManager();
+    if (isMacOS13_) {
+        processManager.addPIDAsArgument(u"pid"_s);
+    }
+    processManager.addArgument(u"token"_s, pm_.kes().LocalPublicKey());
+    processManager.addArgument(u"port"_s, port_);
+
+    if (isMacOS13_ && !LaunchAtLogin::isEnabled()) {
+        LaunchAtLogin::setEnabled(true);
+    }
+    pm_.exitAppIfAlreadyOpen();
+
+    if (!isMacOS13_) {
+        QTimer::singleShot(host.legacyLifetime, Qt::PreciseTimer, QCoreApplication::instance(),
+                           &QCoreApplication::quit);
+    }
+    supervision_ = std::thread([this] { superviseHelper(); });
+}
+
+ItemsProvider::~ItemsProvider() {
+    pm_.processManager().cancelNow();
+    supervision_.join();
+}
+
+void ItemsProvider::superviseHelper() {
+    const QString resourceDir = ProcessManager::defaultResourceDir();
+    const HelperChoice choice = ChooseHelperExecutable(pm_.systemArchitecture(), resourceDir);
+    printLine(choice.logLine);
+    const QString executable = QDir(resourceDir).filePath(choice.name);
+    if (!QFileInfo(executable).isExecutable()) {
+        stopUnwrappingNothing();
+    }
+
+    auto pingTimeout = [] { printLine(u"ping timeout"_s); };
+    auto standardOutput = [this](const QString& chunk) {
+        printLine("o: "_L1 + chunk);
+        if (isFirstRun_.exchange(false)) {
+            QMetaObject::invokeMethod(
+                this, [this] { startRequestLoop(); }, Qt::QueuedConnection);
+        }
+    };
+    auto taskExitNotification = [](std::optional<std::error_code> error) {
+        printLine(u"task exited"_s);
+        if (error) {
+            printLine(QString::fromStdString(error->message()));
+        }
+    };
+    pm_.subscribeWithBinary(executable, isMacOS13_, true, PollManager::defaultPingTimeLimit,
+                            pingTimeout, standardOutput, taskExitNotification);
+}
+
+void ItemsProvider::startRequestLoop() {
+    QTimer::singleShot(requestInterval, this, &ItemsProvider::sendPing);
+}
+
+void ItemsProvider::sendPing() {
+    send(pingMessage()).then(this, [this] { startRequestLoop(); });
+}
+
+const QByteArray& ItemsProvider::pingMessage() {
+    if (!pingMessage_) {
+        // TypeIDAndData's own encoding, with the folders' JSON written straight
+        // from the list's kept UTF-8 text.
+        JSONWriter writer;
+        writer.beginObject();
+        writer.member("Type"_L1, u"ping"_s);
+        writer.member("ID"_L1, QString());
+        writer.key("Data"_L1);
+        writer.valueFromUTF8(dirItems_.toJSON());
+        writer.endObject();
+        pingMessage_ = std::move(writer).text();
+    }
+    return *pingMessage_;
+}
+
+void ItemsProvider::publish(const QString& type, const QString& id, const QString& data) {
+    (void)publishAndWait(type, id, data);
+}
+
+QFuture<void> ItemsProvider::publishAndWait(const QString& type, const QString& id,
+                                            const QString& data) {
+    return send(JSONEncode(TypeIDAndData{type, id, data}));
+}
+
+QFuture<void> ItemsProvider::send(QByteArray messageJSON) {
+    // The answer is opened and read on the transport thread; only applying it
+    // touches the model, here on the GUI thread.
+    return pm_.requestJSONText(std::move(messageJSON), port_, u"/request"_s)
+        .then([reader = answerReader_](const QByteArray& text) { return reader->read(text); })
+        .then(this, [this](const HelperAnswer& answer) { applyAnswer(answer); })
+        .onFailed([] {});
+}
+
+void ItemsProvider::applyAnswer(const HelperAnswer& answer) {
+    if (const auto* folders = std::get_if<QList<DirItem>>(&answer)) {
+        setIsLoggedIn(true);
+        updateItem(*folders);
+    } else if (const auto* groups = std::get_if<QList<GroupItem>>(&answer)) {
+        setIsLoggedIn(true);
+        if (groups_ != *groups) {
+            groups_ = *groups;
+            emit groupsChanged();
+        }
+    } else if (const auto* envelope = std::get_if<TypeIDAndData>(&answer)) {
+        if (envelope->type == "auth request"_L1) {
+            setIsLoggedIn(false);
+        } else if (envelope->type == "ping"_L1) {
+            setIsLoggedIn(true);
+            if (dirItems_.isEmpty() && isLoading_) {
+                setIsLoading(false);
+                setMenuBarString();
+            }
+        } else {
+            printLine(u"unknown request type"_s);
+        }
+    } else {
+        printLine(u"cannot decode message"_s);
+    }
+}
+
+void ItemsProvider::updateItem(const QList<DirItem>& dirItems) {
+    // The list merged last time, repeated with nothing changed since: merging
+    // it again would change nothing either.
+    if (generation_ == generationAfterMerge_ && dirItems.isSharedWith(lastMergedFolders_)) {
+        return;
+    }
+    if (dirItems_.merge(dirItems)) {
+        foldersChanged();
+    }
+    const bool busy = dirItems_.isBusy();
+    if (isLoading_ != busy) {
+        setIsLoading(busy);
+        setMenuBarString();
+    }
+    lastMergedFolders_ = dirItems;
+    generationAfterMerge_ = generation_;
+}
+
+void ItemsProvider::foldersChanged() {
+    pingMessage_.reset();
+    ++generation_;
+    emit dirItemsChanged();
+}
+
+void ItemsProvider::deleteItem(const QString& path) {
+    bool groupsChangedNow = false;
+    for (GroupItem& group : groups_) {
+        groupsChangedNow |= group.walkPaths.removeAll(path) > 0;
+    }
+    if (groupsChangedNow) {
+        emit groupsChanged();
+    }
+    removeFolder(path);
+    QTimer::singleShot(secondRemovalDelay, this, [this, path] { removeFolder(path); });
+}
+
+void ItemsProvider::removeFolder(const QString& path) {
+    if (dirItems_.remove(path)) {
+        foldersChanged();
+    }
+}
+
+QString ItemsProvider::walkDirIcon(const QString& path) const {
+    const DirItem* item = dirItems_.find(path);
+    return item != nullptr ? item->icon() : u"internaldrive"_s;
+}
+
+void ItemsProvider::setMenuBarString() {
+    QString symbol = isLoading_ ? u"arrow.clockwise"_s : u"internaldrive"_s;
+    if (menuBarString_ != symbol) {
+        menuBarString_ = std::move(symbol);
+        emit menuBarStringChanged();
+    }
+}
+
+void ItemsProvider::setUserName(const QString& userName) {
+    if (userName_ != userName) {
+        userName_ = userName;
+        emit userNameChanged();
+    }
+}
+
+void ItemsProvider::setIsLoggedIn(bool isLoggedIn) {
+    if (isLoggedIn_ != isLoggedIn) {
+        isLoggedIn_ = isLoggedIn;
+        ++generation_;
+        emit isLoggedInChanged();
+    }
+}
+
+void ItemsProvider::setIsLoading(bool isLoading) {
+    if (isLoading_ != isLoading) {
+        isLoading_ = isLoading;
+        ++generation_;
+        emit isLoadingChanged();
+    }
+}

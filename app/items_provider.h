@@ -1,0 +1,121 @@
+#pragma once
+
+// The application's one model: starts and supervises the helper, keeps asking it
+// for news every 0.1 s, and holds everything the views show. Every published
+// field changes on the GUI thread only, each with its change signal.
+
+#include <QFuture>
+#include <QList>
+#include <QObject>
+#include <QString>
+#include <QUrl>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <thread>
+
+#include "app/dir_item_list.h"
+#include "app/helper_answer_reader.h"
+#include "app/records.h"
+#include "app/system_version.h"
+#include "poll_manager/poll_manager.h"
+
+// The host facts the model starts from; tests choose the older system or a
+// shorter life for it.
+struct ItemsProviderHost {
+    SystemVersion systemVersion = SystemVersion::running();
+    // How long the application runs on older systems before it quits itself.
+    std::chrono::milliseconds legacyLifetime = std::chrono::minutes(10);
+};
+
+class ItemsProvider : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(bool isLoggedIn READ isLoggedIn NOTIFY isLoggedInChanged)
+    Q_PROPERTY(QString userName READ userName WRITE setUserName NOTIFY userNameChanged)
+    Q_PROPERTY(QList<DirItem> dirItems READ dirItems NOTIFY dirItemsChanged)
+    Q_PROPERTY(QList<GroupItem> groups READ groups NOTIFY groupsChanged)
+    Q_PROPERTY(bool isLoading READ isLoading NOTIFY isLoadingChanged)
+    Q_PROPERTY(QUrl loginURL READ loginURL CONSTANT)
+    Q_PROPERTY(QString menuBarString READ menuBarString NOTIFY menuBarStringChanged)
+
+public:
+    // Runs the whole start-up: port, helper arguments, launch at login, the
+    // single-instance exit, then the helper's supervision in the background.
+    explicit ItemsProvider(ItemsProviderHost host = {}, QObject* parent = nullptr);
+    // Stops the helper and waits for its supervision to end.
+    ~ItemsProvider() override;
+
+    bool isMacOS13() const { return isMacOS13_; }
+    PollManager& pm() { return pm_; }
+    std::int64_t port() const { return port_; }
+
+    bool isLoggedIn() const { return isLoggedIn_; }
+    const QString& userName() const { return userName_; }
+    void setUserName(const QString& userName);
+    const QList<DirItem>& dirItems() const { return dirItems_.items(); }
+    const QList<GroupItem>& groups() const { return groups_; }
+    bool isLoading() const { return isLoading_; }
+    const QUrl& loginURL() const { return loginURL_; }
+    const QString& menuBarString() const { return menuBarString_; }
+
+    // The icon of the folder with that path; "internaldrive" for an unknown path.
+    QString walkDirIcon(const QString& path) const;
+    void setMenuBarString();
+    // Forgets the folder at once and once more 0.5 s later, in case an answer
+    // already on its way brings it back.
+    void deleteItem(const QString& path);
+    void updateItem(const QList<DirItem>& dirItems);
+
+    // Fire and forget.
+    void publish(const QString& type, const QString& id, const QString& data);
+    // Finishes once the answer has been applied; never fails: a request that
+    // fails changes nothing.
+    QFuture<void> publishAndWait(const QString& type, const QString& id, const QString& data);
+    // Applies one answer from the helper, whatever request it answers.
+    void applyAnswer(const HelperAnswer& answer);
+    // The encoded ping the request loop sends next, carrying the JSON of
+    // dirItems; encoded again only after the folders change.
+    const QByteArray& pingMessage();
+
+signals:
+    void isLoggedInChanged();
+    void userNameChanged();
+    void dirItemsChanged();
+    void groupsChanged();
+    void isLoadingChanged();
+    void menuBarStringChanged();
+
+private:
+    void superviseHelper();
+    void startRequestLoop();
+    void sendPing();
+    QFuture<void> send(QByteArray messageJSON);
+    void setIsLoggedIn(bool isLoggedIn);
+    void setIsLoading(bool isLoading);
+    void removeFolder(const QString& path);
+    void foldersChanged();
+
+    bool isMacOS13_ = false;
+    PollManager pm_;
+    std::atomic<bool> isFirstRun_ = true;
+    std::int64_t port_ = 0;
+
+    bool isLoggedIn_ = true;
+    QString userName_;
+    DirItemList dirItems_;
+    QList<GroupItem> groups_;
+    bool isLoading_ = true;
+    QUrl loginURL_;
+    QString menuBarString_;
+
+    std::optional<QByteArray> pingMessage_;
+    std::shared_ptr<HelperAnswerReader> answerReader_ = std::make_shared<HelperAnswerReader>();
+    // Counts changes of the published fields, so that a folder list read last
+    // time and merged since with nothing else changed can be skipped.
+    std::uint64_t generation_ = 1;
+    QList<DirItem> lastMergedFolders_;
+    std::uint64_t generationAfterMerge_ = 0;
+    std::thread supervision_;
+};
