@@ -110,9 +110,13 @@ TEST(ItemsProvider, WholeSessionAgainstTheDemoHelper) {
     // for a login once more.
     const pid_t before = model.pm().processManager().task().pid;
     model.publish(u"logoutAndExit"_s, QString(), QString());
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            const ProcessTask task = model.pm().processManager().task();
+            return task.running && task.pid != before;
+        },
+        kSlowMs));
     ASSERT_TRUE(waitUntil([&] { return !model.isLoggedIn(); }, kSlowMs));
-    ASSERT_TRUE(waitUntil([&] { return model.pm().processManager().task().running; }));
-    EXPECT_NE(model.pm().processManager().task().pid, before);
 }
 
 TEST(ItemsProvider, OlderSystemsRunOneHelperWithoutPidAndQuitAfterTheirLifetime) {
