@@ -34,6 +34,11 @@ protected:
     }
 
     ItemsProvider& model() { return *fixture_.model; }
+    // What the next ping must carry: the folders as they stand now.
+    QByteArray expectedPing() {
+        return JSONEncode(
+            TypeIDAndData{u"ping"_s, QString(), model().pm().objectAsString(model().dirItems())});
+    }
 
     // Seals the JSON as the helper would, then opens and applies it as the model does.
     void answer(const QByteArray& json) {
@@ -109,6 +114,7 @@ TEST_F(AnswerRule, FoldersMergeInPlaceInFirstReportedOrderAndGroupsAreReplacedWh
     const QList<DirItem> expected = {folder(u"/a"_s, u"Up to date"_s), folder(u"/b"_s, u"1 of 6"_s),
                                      folder(u"/c"_s, u"1 of 6"_s)};
     EXPECT_EQ(model().dirItems(), expected);
+    EXPECT_EQ(model().pingMessage(), expectedPing());
     EXPECT_EQ(model().walkDirIcon(u"/a"_s), u"internaldrive");
     EXPECT_EQ(model().walkDirIcon(u"/b"_s), u"arrow.clockwise");
     EXPECT_EQ(model().walkDirIcon(u"/unknown"_s), u"internaldrive");
@@ -141,8 +147,10 @@ TEST_F(AnswerRule, DeletedFolderIsRemovedAgainWhenAnAnswerBringsItBackWithinHalf
     answerWith(QList<GroupItem>{{1, u"One"_s, {gone.path, kept.path}}, {2, u"Two"_s, {gone.path}}});
     answerWith(QList{gone, kept});
 
+    EXPECT_EQ(model().pingMessage(), expectedPing());
     model().deleteItem(gone.path);
     EXPECT_EQ(model().dirItems(), QList{kept});
+    EXPECT_EQ(model().pingMessage(), expectedPing());
     EXPECT_EQ(model().groups().at(0).walkPaths, QStringList{kept.path});
     EXPECT_TRUE(model().groups().at(1).walkPaths.isEmpty());
 
