@@ -32,8 +32,6 @@ class CheckForUpdatesView : public QPushButton {
 public:
     explicit CheckForUpdatesView(Updater& updater, QWidget* parent = nullptr);
 
-    CheckForUpdatesViewModel& checkForUpdatesViewModel() { return *checkForUpdatesViewModel_; }
-
 private:
     CheckForUpdatesViewModel* checkForUpdatesViewModel_;
 };
