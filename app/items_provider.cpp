@@ -42,7 +42,7 @@ QUrl siteURL() {
 }  // namespace
 
 ItemsProvider::ItemsProvider(ItemsProviderHost host, QObject* parent)
-    : QObject(parent), loginURL_(siteURL()), menuBarString_(u"arrow.clockwise"_s) {
+    : PanelModel(parent), loginURL_(siteURL()), menuBarString_(u"arrow.clockwise"_s) {
     isMacOS13_ = host.systemVersion.isAtLeast(13, 0, 0);
     port_ = pm_.randomOpenPort(lowestPort, pastHighestPort);
 

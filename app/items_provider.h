@@ -18,6 +18,7 @@
 
 #include "app/dir_item_list.h"
 #include "app/helper_answer_reader.h"
+#include "app/panel_model.h"
 #include "app/records.h"
 #include "app/system_version.h"
 #include "poll_manager/poll_manager.h"
@@ -30,15 +31,8 @@ struct ItemsProviderHost {
     std::chrono::milliseconds legacyLifetime = std::chrono::minutes(10);
 };
 
-class ItemsProvider : public QObject {
+class ItemsProvider : public PanelModel {
     Q_OBJECT
-    Q_PROPERTY(bool isLoggedIn READ isLoggedIn NOTIFY isLoggedInChanged)
-    Q_PROPERTY(QString userName READ userName WRITE setUserName NOTIFY userNameChanged)
-    Q_PROPERTY(QList<DirItem> dirItems READ dirItems NOTIFY dirItemsChanged)
-    Q_PROPERTY(QList<GroupItem> groups READ groups NOTIFY groupsChanged)
-    Q_PROPERTY(bool isLoading READ isLoading NOTIFY isLoadingChanged)
-    Q_PROPERTY(QUrl loginURL READ loginURL CONSTANT)
-    Q_PROPERTY(QString menuBarString READ menuBarString NOTIFY menuBarStringChanged)
 
 public:
     // Runs the whole start-up: port, helper arguments, launch at login, the
@@ -47,29 +41,29 @@ public:
     // Stops the helper and waits for its supervision to end.
     ~ItemsProvider() override;
 
-    bool isMacOS13() const { return isMacOS13_; }
+    bool isMacOS13() const override { return isMacOS13_; }
     PollManager& pm() { return pm_; }
     std::int64_t port() const { return port_; }
 
-    bool isLoggedIn() const { return isLoggedIn_; }
-    const QString& userName() const { return userName_; }
-    void setUserName(const QString& userName);
-    const QList<DirItem>& dirItems() const { return dirItems_.items(); }
-    const QList<GroupItem>& groups() const { return groups_; }
-    bool isLoading() const { return isLoading_; }
-    const QUrl& loginURL() const { return loginURL_; }
-    const QString& menuBarString() const { return menuBarString_; }
+    bool isLoggedIn() const override { return isLoggedIn_; }
+    const QString& userName() const override { return userName_; }
+    void setUserName(const QString& userName) override;
+    const QList<DirItem>& dirItems() const override { return dirItems_.items(); }
+    const QList<GroupItem>& groups() const override { return groups_; }
+    bool isLoading() const override { return isLoading_; }
+    const QUrl& loginURL() const override { return loginURL_; }
+    const QString& menuBarString() const override { return menuBarString_; }
 
     // The icon of the folder with that path; "internaldrive" for an unknown path.
-    QString walkDirIcon(const QString& path) const;
+    QString walkDirIcon(const QString& path) const override;
     void setMenuBarString();
     // Forgets the folder at once and once more 0.5 s later, in case an answer
     // already on its way brings it back.
-    void deleteItem(const QString& path);
+    void deleteItem(const QString& path) override;
     void updateItem(const QList<DirItem>& dirItems);
 
     // Fire and forget.
-    void publish(const QString& type, const QString& id, const QString& data);
+    void publish(const QString& type, const QString& id, const QString& data) override;
     // Finishes once the answer has been applied; never fails: a request that
     // fails changes nothing.
     QFuture<void> publishAndWait(const QString& type, const QString& id, const QString& data);
@@ -78,14 +72,6 @@ public:
     // The encoded ping the request loop sends next, carrying the JSON of
     // dirItems; encoded again only after the folders change.
     const QByteArray& pingMessage();
-
-signals:
-    void isLoggedInChanged();
-    void userNameChanged();
-    void dirItemsChanged();
-    void groupsChanged();
-    void isLoadingChanged();
-    void menuBarStringChanged();
 
 private:
     void superviseHelper();

@@ -1,0 +1,31 @@
+#include "app/brisvane_app.h"
+
+#include <QTimer>
+
+#include "app/platform/updater_schedule.h"
+#include "app/views/menu_bar_extra.h"
+#include "app/views/menu_bar_extra_legacy.h"
+
+brisvaneApp::brisvaneApp(Seams seams)
+    // A second copy of the application ends itself in here, before any updater exists.
+    : ip_(std::make_unique<ItemsProvider>(seams.host)) {
+    const bool isMacOS13 = ip_->isMacOS13();
+    updaterController_ = std::make_unique<StandardUpdaterController>(isMacOS13);
+    environment_ = std::make_unique<ViewEnvironment>(ViewEnvironment::standard(*ip_));
+    if (seams.adjustEnvironment) {
+        seams.adjustEnvironment(*environment_);
+    }
+    if (isMacOS13) {
+        dailyUpdateCheck_ = StartScheduledUpdateChecks(updaterController_->updater(), this);
+        menuBarExtra_ =
+            std::make_unique<MenuBarExtra>(*environment_, &updaterController_->updater());
+    } else {
+        MenuBarExtraLegacy(*environment_, this);
+    }
+}
+
+// The views go first: they hold the environment and listen to the model.
+brisvaneApp::~brisvaneApp() {
+    menuBarExtra_.reset();
+    qDeleteAll(children());
+}

@@ -1,0 +1,42 @@
+#pragma once
+
+// The application: the one model, the update controller and the tray item, made in
+// that order. Its whole face is the tray item; there are no document windows.
+
+#include <QObject>
+#include <functional>
+#include <memory>
+
+#include "app/items_provider.h"
+#include "app/platform/updater_controller.h"
+#include "app/views/view_environment.h"
+
+class MenuBarExtra;
+class QTimer;
+
+class brisvaneApp : public QObject {
+    Q_OBJECT
+
+public:
+    // What a test may change about the application it starts: the host facts, and
+    // the desktop parts of the views (a folder chooser that answers by itself).
+    struct Seams {
+        ItemsProviderHost host;
+        std::function<void(ViewEnvironment&)> adjustEnvironment;
+    };
+
+    explicit brisvaneApp(Seams seams = {});
+    ~brisvaneApp() override;
+
+    ItemsProvider& ip() { return *ip_; }
+    StandardUpdaterController& updaterController() { return *updaterController_; }
+    // The tray item of newer systems; null on older ones.
+    MenuBarExtra* menuBarExtra() const { return menuBarExtra_.get(); }
+
+private:
+    std::unique_ptr<ItemsProvider> ip_;
+    std::unique_ptr<StandardUpdaterController> updaterController_;
+    QTimer* dailyUpdateCheck_ = nullptr;
+    std::unique_ptr<ViewEnvironment> environment_;
+    std::unique_ptr<MenuBarExtra> menuBarExtra_;
+};

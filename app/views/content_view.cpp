@@ -1,0 +1,117 @@
+#include "app/views/content_view.h"
+
+#include <QFrame>
+#include <QLabel>
+#include <QScrollArea>
+#include <QStackedLayout>
+#include <QStyle>
+#include <QTimer>
+#include <QVBoxLayout>
+#include <algorithm>
+
+#include "app/panel_model.h"
+#include "app/views/busy_indicator.h"
+#include "app/views/folder_status_row.h"
+#include "app/views/panel_layout.h"
+#include "app/views/view_environment.h"
+
+using namespace Qt::Literals::StringLiterals;
+using namespace std::chrono_literals;
+
+ContentView::ContentView(ViewEnvironment& environment, QWidget* parent)
+    : QWidget(parent), environment_(environment) {
+    setObjectName(u"contentView"_s);
+    SetTabContentSize(this);
+
+    auto* listPage = new QWidget(this);
+    auto* listLayout = new QVBoxLayout(listPage);
+    listLayout->setContentsMargins(0, 0, 0, 0);
+    listLayout->addWidget(HorizontalDivider(listPage));
+    folderList_ = new QScrollArea(listPage);
+    folderList_->setObjectName(u"folderList"_s);
+    folderList_->setWidgetResizable(true);
+    folderList_->setFrameShape(QFrame::NoFrame);
+    folderList_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    auto* rowsWidget = new QWidget(folderList_);
+    rowsLayout_ = new QVBoxLayout(rowsWidget);
+    // Twice the usual inset on each side, so the rows sit clear of the scroll bar.
+    const int inset = 2 * style()->pixelMetric(QStyle::PM_LayoutLeftMargin);
+    rowsLayout_->setContentsMargins(inset, 0, inset, 0);
+    rowsLayout_->addStretch(1);
+    folderList_->setWidget(rowsWidget);
+    listLayout->addWidget(folderList_);
+
+    spinner_ = new BusyIndicator(this);
+    spinner_->setObjectName(u"spinner"_s);
+    waitingText_ = new QLabel(this);
+    waitingText_->setObjectName(u"waitingText"_s);
+
+    branches_ = new QStackedLayout(this);
+    branches_->addWidget(listPage);
+    branches_->addWidget(Centered(spinner_, this));
+    branches_->addWidget(Centered(waitingText_, this));
+
+    connect(&environment_.ip, &PanelModel::dirItemsChanged, this, &ContentView::redraw);
+    connect(&environment_.ip, &PanelModel::isLoadingChanged, this, &ContentView::redraw);
+    redraw();
+}
+
+QList<FolderStatusRow*> ContentView::rows() const {
+    QList<FolderStatusRow*> rows;
+    for (int index = 0; index < rowsLayout_->count(); ++index) {
+        if (auto* row = qobject_cast<FolderStatusRow*>(rowsLayout_->itemAt(index)->widget())) {
+            rows.append(row);
+        }
+    }
+    return rows;
+}
+
+void ContentView::redraw() {
+    const PanelModel& ip = environment_.ip;
+    if (!ip.dirItems().isEmpty()) {
+        branch_ = Branch::folderList;
+        showFolders();
+        branches_->setCurrentIndex(0);
+    } else if (ip.isLoading()) {
+        branch_ = Branch::spinner;
+        branches_->setCurrentIndex(1);
+    } else {
+        branch_ = Branch::waitingText;
+        waitingText_->setText(hasTimeElapsed_
+                                  ? tr("Please select a folder to sync from the Settings tab")
+                                  : tr("Loading ..."));
+        branches_->setCurrentIndex(2);
+        if (!waitingTimerStarted_) {
+            waitingTimerStarted_ = true;
+            QTimer::singleShot(5s, this, [this] {
+                hasTimeElapsed_ = true;
+                redraw();
+            });
+        }
+    }
+}
+
+// Rows are kept by path and updated in place, so a bar keeps gliding while the
+// model reports ten times a second, and only the order is redone.
+void ContentView::showFolders() {
+    QList<DirItem> sorted = environment_.ip.dirItems();
+    std::stable_sort(sorted.begin(), sorted.end(),
+                     [](const DirItem& a, const DirItem& b) { return a.name < b.name; });
+
+    QHash<QString, FolderStatusRow*> stale = std::exchange(rowsByPath_, {});
+    for (int position = 0; position < sorted.size(); ++position) {
+        const DirItem& item = sorted.at(position);
+        FolderStatusRow* row = stale.take(item.path);
+        if (row == nullptr) {
+            row = new FolderStatusRow(environment_, item, rowsLayout_->parentWidget());
+        } else {
+            row->setItem(item);
+        }
+        rowsByPath_.insert(item.path, row);
+        if (rowsLayout_->indexOf(row) != position) {
+            rowsLayout_->removeWidget(row);
+            rowsLayout_->insertWidget(position, row);
+        }
+    }
+    qDeleteAll(stale);
+}

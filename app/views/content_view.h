@@ -1,0 +1,45 @@
+#pragma once
+
+// The "Status" tab: every watched folder with its progress, or, while there is none,
+// a spinner or a short text.
+
+#include <QHash>
+#include <QWidget>
+
+class BusyIndicator;
+class FolderStatusRow;
+class QLabel;
+class QScrollArea;
+class QStackedLayout;
+class QVBoxLayout;
+struct ViewEnvironment;
+
+class ContentView : public QWidget {
+    Q_OBJECT
+
+public:
+    explicit ContentView(ViewEnvironment& environment, QWidget* parent = nullptr);
+
+    // What the view shows now; tests read it.
+    enum class Branch { folderList, spinner, waitingText };
+    Branch branch() const { return branch_; }
+    bool hasTimeElapsed() const { return hasTimeElapsed_; }
+    // The rows from top to bottom.
+    QList<FolderStatusRow*> rows() const;
+
+private:
+    void redraw();
+    void showFolders();
+
+    ViewEnvironment& environment_;
+    bool hasTimeElapsed_ = false;
+    bool waitingTimerStarted_ = false;
+    Branch branch_ = Branch::waitingText;
+
+    QStackedLayout* branches_;
+    QScrollArea* folderList_;
+    QVBoxLayout* rowsLayout_;
+    QHash<QString, FolderStatusRow*> rowsByPath_;
+    BusyIndicator* spinner_;
+    QLabel* waitingText_;
+};

@@ -1,0 +1,111 @@
+#include "app/views/panel_window.h"
+
+#include <QApplication>
+#include <QCloseEvent>
+#include <QKeyEvent>
+#include <QTimer>
+#include <QVBoxLayout>
+
+#include "app/views/menu_bar_view.h"
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+constexpr qint64 reopenGuardMs = 400;
+
+// A dialog the panel opened (a folder chooser) keeps the panel open behind it.
+bool belongsTo(const QWidget* window, const QWidget* panel) {
+    for (const QWidget* widget = window; widget != nullptr; widget = widget->parentWidget()) {
+        if (widget == panel) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+PanelWindow::PanelWindow(ViewEnvironment& environment, QWidget* parent) : QWidget(parent) {
+    setObjectName(u"panelWindow"_s);
+    setWindowTitle(u"brisvane"_s);
+    setAttribute(Qt::WA_QuitOnClose, false);
+    menuBarView_ = new MenuBarView(environment, this);
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(menuBarView_);
+    connect(menuBarView_, &MenuBarView::screenChanged, this, &PanelWindow::fitToScreen,
+            Qt::QueuedConnection);
+    setPopup(true);
+}
+
+void PanelWindow::fitToScreen() {
+    adjustSize();
+    if (isPopup_) {
+        move(PopupPosition(anchor_, size()));
+    }
+}
+
+void PanelWindow::setPopup(bool popup) {
+    isPopup_ = popup;
+    setWindowFlags(popup ? Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint
+                         : Qt::Window);
+}
+
+void PanelWindow::showAsPopup(const PopupAnchor& anchor) {
+    if (!isPopup_) {
+        setPopup(true);
+    }
+    anchor_ = anchor;
+    fitToScreen();
+    show();
+    raise();
+    activateWindow();
+}
+
+void PanelWindow::showAsWindow() {
+    if (isPopup_) {
+        setPopup(false);
+    }
+    adjustSize();
+    show();
+    raise();
+    activateWindow();
+}
+
+bool PanelWindow::closedByFocusLossJustNow() const {
+    return sinceFocusLossClose_.isValid() && sinceFocusLossClose_.elapsed() < reopenGuardMs;
+}
+
+void PanelWindow::changeEvent(QEvent* event) {
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::ActivationChange && isPopup_ && isVisible() && !isActiveWindow()) {
+        // The window that takes the focus is only known once activation settles.
+        QTimer::singleShot(0, this, &PanelWindow::closeIfFocusLeft);
+    }
+}
+
+void PanelWindow::closeIfFocusLeft() {
+    if (!isPopup_ || !isVisible() || isActiveWindow() ||
+        belongsTo(QApplication::activeWindow(), this) ||
+        belongsTo(QApplication::activeModalWidget(), this)) {
+        return;
+    }
+    hide();
+    sinceFocusLossClose_.start();
+}
+
+void PanelWindow::keyPressEvent(QKeyEvent* event) {
+    if (event->key() == Qt::Key_Escape && isPopup_) {
+        hide();
+        return;
+    }
+    QWidget::keyPressEvent(event);
+}
+
+void PanelWindow::closeEvent(QCloseEvent* event) {
+    QWidget::closeEvent(event);
+    if (!isPopup_) {
+        emit windowClosed();
+    }
+}

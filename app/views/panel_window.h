@@ -1,0 +1,51 @@
+#pragma once
+
+// The top-level window the panel lives in: a frameless popup dropped from the tray
+// icon that closes when the user turns elsewhere, or, with no tray to drop from, an
+// ordinary window.
+
+#include <QElapsedTimer>
+#include <QWidget>
+
+#include "app/views/popup_placement.h"
+
+class MenuBarView;
+struct ViewEnvironment;
+
+class PanelWindow : public QWidget {
+    Q_OBJECT
+
+public:
+    explicit PanelWindow(ViewEnvironment& environment, QWidget* parent = nullptr);
+
+    MenuBarView* menuBarView() const { return menuBarView_; }
+    bool isPopup() const { return isPopup_; }
+
+    // Drops the panel by the anchor and gives it the keyboard.
+    void showAsPopup(const PopupAnchor& anchor);
+    // Shows the panel as a window of its own, with a frame and a title.
+    void showAsWindow();
+    // True for a moment after the popup closed because it lost focus: a click on the
+    // tray icon takes the focus first and arrives second, and must not reopen it.
+    bool closedByFocusLossJustNow() const;
+
+signals:
+    // The user closed the panel shown as an ordinary window.
+    void windowClosed();
+
+protected:
+    void changeEvent(QEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
+
+private:
+    void setPopup(bool popup);
+    // The login screen and the tabs differ in size; the popup keeps to its anchor.
+    void fitToScreen();
+    void closeIfFocusLeft();
+
+    MenuBarView* menuBarView_;
+    bool isPopup_ = true;
+    PopupAnchor anchor_;
+    QElapsedTimer sinceFocusLossClose_;
+};

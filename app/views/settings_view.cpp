@@ -1,0 +1,130 @@
+#include "app/views/settings_view.h"
+
+#include <QLabel>
+#include <QScrollArea>
+#include <QShowEvent>
+#include <QStackedLayout>
+#include <QTimer>
+#include <QVBoxLayout>
+
+#include "app/panel_model.h"
+#include "app/views/busy_indicator.h"
+#include "app/views/group_block.h"
+#include "app/views/panel_layout.h"
+#include "app/views/view_environment.h"
+
+using namespace Qt::Literals::StringLiterals;
+using namespace std::chrono_literals;
+
+SettingsView::SettingsView(ViewEnvironment& environment, QWidget* parent)
+    : QWidget(parent), environment_(environment) {
+    setObjectName(u"settingsView"_s);
+    SetTabContentSize(this);
+
+    auto* groupList = new QScrollArea(this);
+    groupList->setObjectName(u"groupList"_s);
+    groupList->setWidgetResizable(true);
+    groupList->setFrameShape(QFrame::NoFrame);
+    groupList->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    auto* groupsWidget = new QWidget(groupList);
+    groupsLayout_ = new QVBoxLayout(groupsWidget);
+    groupsLayout_->setContentsMargins(0, 0, 0, 0);
+    groupsLayout_->addWidget(HorizontalDivider(groupsWidget));
+    groupsLayout_->addStretch(1);
+    groupList->setWidget(groupsWidget);
+
+    spinner_ = new BusyIndicator(this);
+    spinner_->setObjectName(u"spinner"_s);
+    waitingText_ = new QLabel(this);
+    waitingText_->setObjectName(u"waitingText"_s);
+
+    branches_ = new QStackedLayout(this);
+    branches_->addWidget(groupList);
+    branches_->addWidget(Centered(spinner_, this));
+    branches_->addWidget(Centered(waitingText_, this));
+
+    PanelModel& ip = environment_.ip;
+    // A group list changes when a button of one of its blocks is pressed; rebuilding
+    // later lets that button's handler finish before its block goes.
+    connect(&ip, &PanelModel::groupsChanged, this, [this] {
+        if (!std::exchange(rebuildPending_, true)) {
+            QMetaObject::invokeMethod(
+                this,
+                [this] {
+                    rebuildPending_ = false;
+                    rebuildGroups();
+                    redraw();
+                },
+                Qt::QueuedConnection);
+        }
+    });
+    connect(&ip, &PanelModel::isLoadingChanged, this, &SettingsView::redraw);
+    connect(&ip, &PanelModel::dirItemsChanged, this, [this] {
+        for (GroupBlock* block : std::as_const(groupBlocks_)) {
+            block->refreshFolderIcons();
+        }
+        redraw();
+    });
+    rebuildGroups();
+    redraw();
+}
+
+void SettingsView::showEvent(QShowEvent* event) {
+    QWidget::showEvent(event);
+    if (event->spontaneous()) {
+        return;
+    }
+    askForGroups();
+    QTimer::singleShot(5s, this, &SettingsView::askForGroups);
+}
+
+void SettingsView::redraw() {
+    const PanelModel& ip = environment_.ip;
+    if (!ip.groups().isEmpty()) {
+        branch_ = Branch::groupList;
+        branches_->setCurrentIndex(0);
+    } else if (ip.isLoading() || !ip.dirItems().isEmpty()) {
+        // Watched folders without groups mean the groups are still on their way.
+        branch_ = Branch::spinner;
+        branches_->setCurrentIndex(1);
+    } else {
+        branch_ = Branch::waitingText;
+        waitingText_->setText(
+            hasTimeElapsed_ ? tr("Please login to %1 and create a group").arg(ServiceHostName())
+                            : tr("Loading ..."));
+        branches_->setCurrentIndex(2);
+        if (!waitingTimerStarted_) {
+            waitingTimerStarted_ = true;
+            QTimer::singleShot(5s, this, [this] {
+                hasTimeElapsed_ = true;
+                redraw();
+            });
+        }
+    }
+}
+
+void SettingsView::rebuildGroups() {
+    for (GroupBlock* block : std::as_const(groupBlocks_)) {
+        block->hide();
+        block->deleteLater();
+    }
+    groupBlocks_.clear();
+    QWidget* groupsWidget = groupsLayout_->parentWidget();
+    // After the divider, before the closing stretch.
+    int position = 1;
+    for (const GroupItem& group : environment_.ip.groups()) {
+        auto* block = new GroupBlock(environment_, group, groupsWidget);
+        connect(block, &GroupBlock::groupsNeedRefresh, this, &SettingsView::askForGroupsNowAndSoon);
+        groupsLayout_->insertWidget(position++, block);
+        groupBlocks_.append(block);
+    }
+}
+
+void SettingsView::askForGroups() {
+    environment_.ip.publish(u"getGroups"_s, QString(), QString());
+}
+
+void SettingsView::askForGroupsNowAndSoon() {
+    askForGroups();
+    QTimer::singleShot(500ms, this, &SettingsView::askForGroups);
+}

@@ -1,0 +1,48 @@
+#pragma once
+
+// The "Settings" tab: the user's groups, each with the folders watched for it and
+// the buttons that add a folder or a photo library or stop watching one.
+
+#include <QWidget>
+
+class BusyIndicator;
+class GroupBlock;
+class QLabel;
+class QStackedLayout;
+class QVBoxLayout;
+struct ViewEnvironment;
+
+class SettingsView : public QWidget {
+    Q_OBJECT
+
+public:
+    explicit SettingsView(ViewEnvironment& environment, QWidget* parent = nullptr);
+
+    enum class Branch { groupList, spinner, waitingText };
+    Branch branch() const { return branch_; }
+    bool hasTimeElapsed() const { return hasTimeElapsed_; }
+    QList<GroupBlock*> groupBlocks() const { return groupBlocks_; }
+
+protected:
+    // Every time the tab comes into view the groups are asked for, and again a little
+    // later, since the helper may still be reading them.
+    void showEvent(QShowEvent* event) override;
+
+private:
+    void redraw();
+    void rebuildGroups();
+    void askForGroups();
+    void askForGroupsNowAndSoon();
+
+    ViewEnvironment& environment_;
+    bool hasTimeElapsed_ = false;
+    bool waitingTimerStarted_ = false;
+    bool rebuildPending_ = false;
+    Branch branch_ = Branch::waitingText;
+
+    QStackedLayout* branches_;
+    QVBoxLayout* groupsLayout_;
+    QList<GroupBlock*> groupBlocks_;
+    BusyIndicator* spinner_;
+    QLabel* waitingText_;
+};

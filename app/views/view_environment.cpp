@@ -1,0 +1,21 @@
+#include "app/views/view_environment.h"
+
+#include <QCoreApplication>
+#include <QDesktopServices>
+
+#include "app/views/folder_pickers.h"
+#include "brisvane_version.h"
+
+ViewEnvironment ViewEnvironment::standard(PanelModel& ip) {
+    return ViewEnvironment{
+        .ip = ip,
+        .selectDir = ::selectDir,
+        .selectPhotoLibrary = ::selectPhotoLibrary,
+        .terminate = [] { QCoreApplication::quit(); },
+        .openURL = [](const QUrl& url) { QDesktopServices::openUrl(url); },
+    };
+}
+
+QString ServiceHostName() {
+    return QUrl(QStringLiteral(BRISVANE_SITE_URL)).host();
+}
