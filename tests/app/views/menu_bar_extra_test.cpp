@@ -1,0 +1,88 @@
+// The tray items: the panel's fallback window when no tray exists, the icon that
+// follows the model, the small menu, and the older systems' item.
+
+#include "app/views/menu_bar_extra.h"
+
+#include <QMenu>
+#include <QSystemTrayIcon>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QWidgetAction>
+
+#include "app/views/menu_bar_extra_legacy.h"
+#include "app/views/menu_bar_view.h"
+#include "app/views/view_harness.h"
+
+using namespace Qt::Literals::StringLiterals;
+
+class MenuBarExtraTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase() {
+        QVERIFY(configHome_.isValid());
+        qputenv("XDG_CONFIG_HOME", QFile::encodeName(configHome_.path()));
+        // The offscreen platform has no tray, like a desktop without a tray host.
+        QVERIFY(!QSystemTrayIcon::isSystemTrayAvailable());
+    }
+
+    void withoutATrayThePanelIsAWindowWhoseClosingEndsTheApplication() {
+        ViewHarness harness;
+        MenuBarExtra extra(harness.environment, nullptr);
+        PanelWindow* panel = extra.panel();
+        QVERIFY(panel->isVisible());
+        QVERIFY(!panel->isPopup());
+        QCOMPARE(harness.terminateCount, 0);
+        panel->close();
+        QCOMPARE(harness.terminateCount, 1);
+    }
+
+    void trayIconIsSetOnlyWhenTheSymbolChanges() {
+        ViewHarness harness;
+        MenuBarExtra extra(harness.environment, nullptr);
+        const qint64 busyIcon = extra.trayIcon()->icon().cacheKey();
+        harness.ip.setMenuBarString(u"arrow.clockwise"_s);
+        QCOMPARE(extra.trayIcon()->icon().cacheKey(), busyIcon);
+        harness.ip.setMenuBarString(u"internaldrive"_s);
+        QVERIFY(extra.trayIcon()->icon().cacheKey() != busyIcon);
+    }
+
+    void menuOpensThePanelFirstAndQuitsLast() {
+        ViewHarness harness;
+        MenuBarExtra extra(harness.environment, nullptr);
+        extra.panel()->hide();
+        const QList<QAction*> actions = extra.contextMenu()->actions();
+        QCOMPARE(actions.constFirst()->text(), u"Open brisvane"_s);
+        QCOMPARE(actions.constLast()->text(), u"Quit"_s);
+
+        actions.constFirst()->trigger();
+        QVERIFY(extra.panel()->isVisible());
+        QVERIFY(extra.panel()->isPopup());
+        // A click on the icon while it is open closes it.
+        extra.togglePanel();
+        QVERIFY(!extra.panel()->isVisible());
+        actions.constLast()->trigger();
+        QCOMPARE(harness.terminateCount, 1);
+    }
+
+    void olderSystemsCarryTheWholePanelInTheMenu() {
+        ViewHarness harness;
+        QObject owner;
+        MenuBarExtraLegacy(harness.environment, &owner);
+        auto* statusItem = owner.findChild<QSystemTrayIcon*>();
+        QVERIFY(statusItem != nullptr);
+        const QList<QAction*> actions = statusItem->contextMenu()->actions();
+        QCOMPARE(actions.size(), 1);
+        auto* item = qobject_cast<QWidgetAction*>(actions.constFirst());
+        QVERIFY(item != nullptr);
+        QWidget* content = item->defaultWidget();
+        QCOMPARE(content->size(), QSize(550, 450));
+        QVERIFY(content->findChild<MenuBarView*>() != nullptr);
+    }
+
+private:
+    QTemporaryDir configHome_;
+};
+
+QTEST_MAIN(MenuBarExtraTest)
+#include "menu_bar_extra_test.moc"
