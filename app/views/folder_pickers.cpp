@@ -20,9 +20,9 @@ QString expandingTilde(const QString& path) {
 std::optional<QUrl> runChooser(Choice choice, const std::optional<QString>& startPath,
                                QWidget* parent) {
     QFileDialog dialog(parent);
-    if (startPath) {
-        dialog.setDirectory(expandingTilde(*startPath));
-    }
+    // Started at login, the application's working folder says nothing about where
+    // the user keeps things; home does.
+    dialog.setDirectory(startPath ? expandingTilde(*startPath) : QDir::homePath());
     // A photo library is a folder on Linux, chosen whole; both choosers therefore pick one
     // folder and only differ in what they say and whether a new folder may be made.
     dialog.setFileMode(QFileDialog::Directory);

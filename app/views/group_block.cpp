@@ -92,6 +92,8 @@ QWidget* GroupBlock::makeFolderRow(const QString& path) {
     connect(trashButton, &QToolButton::clicked, this, [this, path] { stopWatching(path); });
 
     auto* row = new QHBoxLayout(folderRow);
+    const int inset = style()->pixelMetric(QStyle::PM_LayoutLeftMargin);
+    row->setContentsMargins(inset, 0, inset, 0);
     row->addWidget(openButton);
     row->addWidget(pathLabel);
     row->addStretch(1);
