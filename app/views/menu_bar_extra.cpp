@@ -29,6 +29,11 @@ MenuBarExtra::MenuBarExtra(ViewEnvironment& environment, Updater* updater, QObje
 
     connect(&environment_.ip, &PanelModel::menuBarStringChanged, this,
             &MenuBarExtra::showMenuBarSymbol);
+    // The tray host keeps the picture it was handed, drawn in the old colours.
+    connect(qGuiApp, &QGuiApplication::paletteChanged, this, [this] {
+        shownSymbol_.clear();
+        showMenuBarSymbol();
+    });
     connect(panel_.get(), &PanelWindow::windowClosed, this, [this] {
         // Closing the only face the application has ends it; otherwise it would run
         // on unseen, and a new start would find it and quit.

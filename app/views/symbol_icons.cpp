@@ -35,7 +35,7 @@ constexpr SymbolFile kSymbolFiles[] = {
 constexpr const char* kPlaceholderResource = ":/symbols/placeholder.svg";
 
 // Sizes offered to callers that pick from a list, such as the status-notifier tray, which
-// otherwise sends the host only one or two sizes and lets it scale them.
+// hands the tray host one picture for each listed size.
 const QList<QSize> kOfferedSizes = {{16, 16}, {22, 22}, {24, 24}, {32, 32}, {48, 48}, {64, 64}};
 
 // A handful of sizes in two or three colours is all a panel uses; anything beyond that is

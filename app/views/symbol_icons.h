@@ -1,7 +1,7 @@
 #pragma once
 
-// The design names icons by symbol ("arrow.clockwise", "internaldrive", ...). Each
-// name maps to a monochrome SVG shipped in the application's resources, drawn in the
+// The views and the model name icons by symbol ("arrow.clockwise", "internaldrive", ...).
+// Each name maps to a monochrome SVG shipped in the application's resources, drawn in the
 // palette's text colour at paint time, so the icons follow a light or dark palette
 // without being created again.
 
