@@ -14,7 +14,7 @@ packages=(
     stress-ng
     xvfb openbox trayer xdotool imagemagick x11-utils
     dbus dbus-x11 at-spi2-core python3-pyatspi
-    desktop-file-utils appstream dpkg-dev fakeroot
+    desktop-file-utils appstream dpkg-dev debootstrap
 )
 
 sudo=()

@@ -29,11 +29,7 @@ MenuBarExtra::MenuBarExtra(ViewEnvironment& environment, Updater* updater, QObje
 
     connect(&environment_.ip, &PanelModel::menuBarStringChanged, this,
             &MenuBarExtra::showMenuBarSymbol);
-    // The tray host keeps the picture it was handed, drawn in the old colours.
-    connect(qGuiApp, &QGuiApplication::paletteChanged, this, [this] {
-        shownSymbol_.clear();
-        showMenuBarSymbol();
-    });
+    qGuiApp->installEventFilter(this);
     connect(panel_.get(), &PanelWindow::windowClosed, this, [this] {
         // Closing the only face the application has ends it; otherwise it would run
         // on unseen, and a new start would find it and quit.
@@ -55,6 +51,15 @@ MenuBarExtra::MenuBarExtra(ViewEnvironment& environment, Updater* updater, QObje
 }
 
 MenuBarExtra::~MenuBarExtra() = default;
+
+bool MenuBarExtra::eventFilter(QObject* watched, QEvent* event) {
+    // The tray host keeps the picture it was handed, drawn in the old colours.
+    if (watched == qGuiApp && event->type() == QEvent::ApplicationPaletteChange) {
+        shownSymbol_.clear();
+        showMenuBarSymbol();
+    }
+    return QObject::eventFilter(watched, event);
+}
 
 void MenuBarExtra::createTrayIcon() {
     trayIcon_ = std::make_unique<QSystemTrayIcon>();

@@ -32,6 +32,9 @@ public:
     void togglePanel();
     void openPanel();
 
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 private:
     // Made anew when a status-notifier host appears, since Qt picks between that
     // protocol and the older embedding only when an icon is made.
