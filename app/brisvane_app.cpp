@@ -1,10 +1,18 @@
 #include "app/brisvane_app.h"
 
+#include <QApplication>
 #include <QTimer>
 
 #include "app/platform/updater_schedule.h"
 #include "app/views/menu_bar_extra.h"
 #include "app/views/menu_bar_extra_legacy.h"
+
+void brisvaneApp::prepareApplicationObject() {
+    QApplication::setApplicationName(QStringLiteral("brisvane"));
+    QApplication::setOrganizationDomain(QStringLiteral("brisvane.app"));
+    QGuiApplication::setDesktopFileName(QStringLiteral("app.brisvane.Brisvane"));
+    QApplication::setQuitOnLastWindowClosed(false);
+}
 
 brisvaneApp::brisvaneApp(Seams seams)
     // A second copy of the application ends itself in here, before any updater exists.

@@ -25,6 +25,11 @@ public:
         std::function<void(ViewEnvironment&)> adjustEnvironment;
     };
 
+    // Names the application object for the desktop (the desktop entry, the settings
+    // folder) and keeps it running while no window is open: the panel comes and goes,
+    // and the update dialog has no parent; only "Quit" ends the application.
+    static void prepareApplicationObject();
+
     explicit brisvaneApp(Seams seams = {});
     ~brisvaneApp() override;
 

@@ -1,0 +1,213 @@
+"""The tray application driven as a person would, on a real X desktop.
+
+Usage: tray_e2e.py <tray_e2e_app> <screenshot folder>
+
+It clicks the tray icon, logs in by typing into the real fields, watches a folder
+for Family, waits for it to be up to date, and quits with Ctrl+Q. Exit status 77
+(skipped) only when there is no X server or tray host to run it on.
+"""
+
+import contextlib
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+import traceback
+from pathlib import Path
+
+sys.dont_write_bytecode = True  # nothing of a test run lands in the source tree
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "scripts"))
+from virtual_desktop import AccessibleApp, StepFailed, VirtualDesktop, wait_for  # noqa: E402
+
+SKIPPED = 77
+APP_NAME = "brisvane"  # the accessible application's name and its windows' class
+EMAIL = "tester@brisvane.example"
+PANEL_MIN_SIZE = (650, 450)
+
+
+def check(condition, message):
+    if not condition:
+        raise StepFailed(message)
+
+
+class TrayTest:
+    def __init__(self, desktop, app, watched, screenshots):
+        self.desktop = desktop
+        self.app = app
+        self.watched = watched
+        self.screenshots = screenshots
+        self.ui = None
+        self.icon = None
+
+    def alive(self, condition):
+        """condition, failing at once when the application has ended meanwhile."""
+        def checked():
+            check(self.app.poll() is None,
+                  f"the application ended early with status {self.app.returncode}")
+            return condition()
+        return checked
+
+    def panels(self):
+        return self.desktop.viewable_windows(APP_NAME, *PANEL_MIN_SIZE)
+
+    def shoot(self, name):
+        time.sleep(0.5)  # the panel finishes drawing (and the bar its animation)
+        path = self.desktop.screenshot(self.screenshots / f"{name}.png")
+        print(f"{name} screenshot: {path}")
+
+    def run(self):
+        self.tray_icon_opens_the_panel()
+        self.login_through_the_fields()
+        self.watched_folder_gets_up_to_date()
+        self.tray_icon_toggles_the_panel()
+        self.ctrl_q_ends_the_application()
+
+    def tray_icon_opens_the_panel(self):
+        self.icon = icon = wait_for(self.alive(lambda: self.desktop.tray_icon_centre(APP_NAME)),
+                                    30, "the icon in the tray")
+        check(not self.panels(), "the panel was open before the tray icon was clicked")
+        self.desktop.click(*icon)
+        panel = wait_for(self.alive(self.panels), 10, "the panel after a click on the icon")[0]
+        # The popup drops from the icon at the top right, not somewhere else on screen.
+        check(panel.y < 100 and panel.x + panel.width > icon[0] - 50,
+              f"the panel at {panel.x},{panel.y} is not by the icon at {icon}")
+        self.ui = AccessibleApp(self.desktop, APP_NAME)
+
+    def login_through_the_fields(self):
+        pyatspi = self.ui.pyatspi
+        email = self.ui.wait_for_control("E-mail address", 15)
+        check(self.ui.find("Status", pyatspi.ROLE_PAGE_TAB) is None,
+              "tabs are shown while logged out")
+        self.shoot("login")
+        self.desktop.click(*self.ui.centre(email))
+        self.desktop.type_text(EMAIL)
+        field = email.queryText()
+        try:
+            wait_for(lambda: field.getText(0, -1) == EMAIL, 5, "the typed e-mail address")
+        except StepFailed:
+            raise StepFailed(f"the e-mail field holds {field.getText(0, -1)!r} after typing "
+                             f"{EMAIL!r}") from None
+        self.desktop.key("Tab")
+        self.desktop.type_text("secret password")
+        self.desktop.key("Return")
+
+        tab_list = self.ui.wait_for_control(lambda name: True, 20, pyatspi.ROLE_PAGE_TAB_LIST,
+                                            what="the tabs after logging in")
+        tabs = [tab.name for tab in map(tab_list.getChildAtIndex, range(tab_list.childCount))
+                if tab.getRole() == pyatspi.ROLE_PAGE_TAB]
+        check(tabs == ["Status", "Settings"], f"the tabs after login are {tabs}")
+        check(self.ui.find("E-mail address") is None, "the login screen stayed after login")
+
+    def watched_folder_gets_up_to_date(self):
+        pyatspi = self.ui.pyatspi
+        self.ui.press(self.ui.wait_for_control("Settings", 10, pyatspi.ROLE_PAGE_TAB))
+        self.ui.press(self.ui.wait_for_control("Watch a new folder for Family", 20))
+        # The group's row for the folder comes from the helper's answer to the request.
+        self.ui.wait_for_control(str(self.watched), 20, what="the folder's row under Family")
+        self.shoot("settings")
+
+        self.ui.press(self.ui.wait_for_control("Status", 10, pyatspi.ROLE_PAGE_TAB))
+        prefix = f"{self.watched.name}: "
+        self.ui.wait_for_control(lambda name: name.startswith(prefix), 20,
+                                 pyatspi.ROLE_PROGRESS_BAR, what="the folder's progress bar")
+        bar = self.ui.wait_for_control(prefix + "Up to date", 60, pyatspi.ROLE_PROGRESS_BAR)
+        value = bar.queryValue()
+        wait_for(lambda: value.currentValue >= value.maximumValue > 0, 5,
+                 "the progress bar to fill")
+        self.shoot("status")
+
+    def tray_icon_toggles_the_panel(self):
+        self.desktop.click(*self.icon)
+        wait_for(self.alive(lambda: not self.panels()), 10, "the panel to close on a click")
+        # The panel ignores the icon for a moment after it closed: the click that took
+        # the focus from it must not open it again as it arrives.
+        time.sleep(1)
+        self.desktop.click(*self.icon)
+        wait_for(self.alive(self.panels), 10, "the panel to open again on the next click")
+        # It comes back as it was left, and with the keyboard.
+        self.ui.wait_for_control(f"{self.watched.name}: Up to date", 10,
+                                 self.ui.pyatspi.ROLE_PROGRESS_BAR)
+
+    def ctrl_q_ends_the_application(self):
+        self.desktop.key("ctrl+q")
+        try:
+            status = self.app.wait(timeout=15)
+        except subprocess.TimeoutExpired:
+            raise StepFailed("the application did not end after Ctrl+Q") from None
+        check(status == 0, f"the application ended with status {status} after Ctrl+Q")
+        # The helper shares the application's process group; it must not outlive it.
+        wait_for(lambda: not process_group_exists(self.app.pid), 10,
+                 "the helper to end with the application")
+
+
+def process_group_exists(group):
+    try:
+        os.killpg(group, 0)
+        return True
+    except ProcessLookupError:
+        return False
+
+
+def app_environment(desktop, root):
+    env = desktop.app_environment(root)
+    if "ASAN_OPTIONS" in env:
+        # libxkbcommon-x11 hands strndup a keymap name that is not NUL-terminated,
+        # which strndup allows but strict string checks do not.
+        env["ASAN_OPTIONS"] += ":strict_string_checks=0"
+    return env
+
+
+def missing_desktop_tools():
+    return [tool for tool in ("Xvfb", "trayer") if shutil.which(tool) is None]
+
+
+def make_watched_folder(parent):
+    folder = parent / "Family album"
+    folder.mkdir()
+    for index in range(5):
+        (folder / f"photo-{index}.jpg").write_bytes(bytes(range(256)) * (index + 1))
+    return folder
+
+
+def main():
+    app_path, screenshots = Path(sys.argv[1]), Path(sys.argv[2])
+    missing = missing_desktop_tools()
+    if missing:
+        print(f"SKIPPED: {' and '.join(missing)} not installed; "
+              "install them with scripts/install-deps.sh")
+        return SKIPPED
+
+    started = time.monotonic()
+    with tempfile.TemporaryDirectory(prefix="brisvane-tray-e2e-") as work:
+        work = Path(work)
+        watched = make_watched_folder(work)
+        output = work / "app-output.txt"
+        try:
+            with VirtualDesktop(accessibility=True) as desktop, open(output, "wb") as sink:
+                app = desktop.start([str(app_path), f"--pick={watched}"],
+                                    env=app_environment(desktop, work / "xdg"),
+                                    stdout=sink, stderr=subprocess.STDOUT)
+                try:
+                    TrayTest(desktop, app, watched, screenshots).run()
+                except Exception:
+                    with contextlib.suppress(StepFailed):
+                        print(f"screen at the failure: "
+                              f"{desktop.screenshot(screenshots / 'failure.png')}")
+                    raise
+        except Exception as failure:
+            if isinstance(failure, StepFailed):
+                print(f"FAILED: {failure}")
+            else:
+                traceback.print_exc(file=sys.stdout)
+            if output.exists():
+                print("---- the application's output ----")
+                print(output.read_text(errors="replace"))
+            return 1
+    print(f"tray end-to-end test passed in {time.monotonic() - started:.1f} s")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
