@@ -20,10 +20,16 @@
 //   BRISVANE_DEMO_SILENT=1              print nothing on standard output and never
 //                                       answer, while still listening on the port
 //
-// And one seam that is not a fault:
+// And two seams that are not faults:
 //
 //   BRISVANE_DEMO_OPENER=<program>      run this instead of xdg-open to open folders
 //                                       and web pages (tests record what is opened)
+//   BRISVANE_DEMO_ANNOUNCE_ANSWERS=1    print "answered ping <n>" on standard output
+//                                       once the answer to the n-th ping has been
+//                                       written to its connection, for the first three
+//                                       pings; the application passes the line on, so
+//                                       a benchmark sees from outside when it was first
+//                                       answered
 
 #include "demo_helper/fault_switches.h"
 
@@ -75,5 +81,6 @@ FaultSwitches FaultSwitches::fromEnvironment() {
     if (switches.openerProgram.isEmpty()) {
         switches.openerProgram = QStringLiteral("xdg-open");
     }
+    switches.announceAnswers = flagVariable("BRISVANE_DEMO_ANNOUNCE_ANSWERS");
     return switches;
 }

@@ -24,6 +24,8 @@ struct FaultSwitches {
     std::optional<std::int64_t> exitAfterAnswers;
     bool silent = false;
     QString openerProgram;  // what opens folders and web pages
+    // Say on standard output when the first pings have been answered.
+    bool announceAnswers = false;
 
     static FaultSwitches fromEnvironment();
 };

@@ -16,9 +16,11 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <limits>
 #include <thread>
+#include <utility>
 
 #include "brisvane_version.h"
 #include "demo_helper/desktop_opener.h"
@@ -57,14 +59,53 @@ void announce(const KeyExchangeStore& kes, const FaultSwitches& faults, int port
     std::fflush(stdout);
 }
 
-void serve(httplib::Server& server, RequestEndpoint& endpoint, LifeSupervisor& supervisor) {
+// Counts the ping answers that have gone out, and names the first few on standard output.
+class PingAnswerAnnouncer {
+public:
+    // The body is handed over through a content provider only so that the library reports
+    // when it has been written; on the wire it is the same answer.
+    void setContent(httplib::Response& response, QByteArray body) {
+        const auto size = static_cast<std::size_t>(body.size());
+        response.set_content_provider(
+            size, "application/json",
+            [body = std::move(body)](std::size_t offset, std::size_t length,
+                                     httplib::DataSink& sink) {
+                return sink.write(body.constData() + offset, length);
+            },
+            [this](bool written) {
+                if (written) {
+                    announce(++answered_);
+                }
+            });
+    }
+
+private:
+    static constexpr std::int64_t kAnnounced = 3;
+
+    static void announce(std::int64_t number) {
+        if (number <= kAnnounced) {
+            std::printf("answered ping %lld\n", static_cast<long long>(number));
+            std::fflush(stdout);
+        }
+    }
+
+    std::atomic<std::int64_t> answered_{0};
+};
+
+void serve(httplib::Server& server, RequestEndpoint& endpoint, LifeSupervisor& supervisor,
+           PingAnswerAnnouncer* announcer) {
     server.set_keep_alive_max_count(std::numeric_limits<std::size_t>::max());
     server.set_keep_alive_timeout(kKeepAliveSeconds);
     server.Post("/request", [&](const httplib::Request& request, httplib::Response& response) {
         const std::string authorization = request.get_header_value("Authorization");
-        const EndpointReply reply = endpoint.respond(authorization, request.body);
+        EndpointReply reply = endpoint.respond(authorization, request.body);
         response.status = reply.status;
-        if (!reply.body.isEmpty()) {
+        if (reply.body.isEmpty()) {
+            return;
+        }
+        if (announcer && reply.answersPing) {
+            announcer->setContent(response, std::move(reply.body));
+        } else {
             response.set_content(reply.body.constData(),
                                  static_cast<std::size_t>(reply.body.size()), "application/json");
         }
@@ -147,6 +188,7 @@ int main(int argc, char** argv) {
     if (faults.exitAfterAnswers == 0) {
         return 0;
     }
-    serve(server, endpoint, supervisor);
+    PingAnswerAnnouncer announcer;
+    serve(server, endpoint, supervisor, faults.announceAnswers ? &announcer : nullptr);
     return 0;
 }

@@ -73,6 +73,7 @@ EndpointReply RequestEndpoint::respond(std::string_view authorization, std::stri
         std::this_thread::sleep_for(faults_.answerDelay);
     }
     EndpointReply reply;
+    reply.answersPing = request->message.type == u"ping";
     if (faults_.garbageBody) {
         reply.body = QByteArrayLiteral("<html>this is not a sealed answer</html>");
     } else {

@@ -20,6 +20,7 @@ class MessageDispatcher;
 struct EndpointReply {
     int status = 200;
     QByteArray body;  // a sealed envelope as JSON text, or empty on a refusal
+    bool answersPing = false;
 };
 
 class RequestEndpoint {

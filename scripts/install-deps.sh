@@ -12,7 +12,7 @@ packages=(
     libcpp-httplib-dev
     python3 python3-cryptography
     stress-ng
-    xvfb openbox trayer xdotool imagemagick x11-utils
+    xvfb openbox trayer xdotool imagemagick x11-utils libxcb1-dev
     dbus dbus-x11 at-spi2-core python3-pyatspi
     desktop-file-utils appstream dpkg-dev debootstrap
 )

@@ -4,8 +4,10 @@
 
 #include <QFile>
 #include <QRegularExpression>
+#include <algorithm>
 
 #include "helper_session.h"
+#include "support/scoped_environment.h"
 
 namespace {
 
@@ -57,6 +59,36 @@ TEST_F(DemoHelperSession, EndsWhenItsParentDies) {
     if (!ended()) {
         ::kill(pid, SIGKILL);
     }
+}
+
+TEST_F(DemoHelperSession, AnnouncesItsFirstThreePingAnswersOnlyWhenAsked) {
+    const auto announcements = [&] {
+        output += process.readAllStandardOutput();
+        return QString(output).split('\n').filter("answered");
+    };
+    {
+        testing_support::ScopedEnvironment environment;
+        environment.set("BRISVANE_DEMO_ANNOUNCE_ANSWERS", "1");
+        ASSERT_TRUE(start(arguments()));
+    }
+    // Neither a refused ping nor another message counts.
+    ASSERT_EQ(post("Bearer " + kes->LocalPublicKey().toStdString() + "x", {"ping", "", ""})->status,
+              401);
+    EXPECT_EQ(ask("getGroups").type, "auth request");
+    for (int ping = 1; ping <= 4; ++ping) {
+        EXPECT_EQ(ask("ping").type, "auth request");
+        // The line follows the answer out, so it may arrive a moment after it.
+        const auto expected = static_cast<qsizetype>(std::min(ping, 3));
+        EXPECT_TRUE(testing_support::waitUntil([&] { return announcements().size() == expected; }));
+    }
+    QThread::msleep(200);  // a line that should not come would be here by now
+    EXPECT_EQ(announcements(),
+              (QStringList{"answered ping 1", "answered ping 2", "answered ping 3"}));
+
+    restart();
+    EXPECT_EQ(ask("ping").type, "auth request");
+    QThread::msleep(200);
+    EXPECT_TRUE(announcements().isEmpty());
 }
 
 }  // namespace
