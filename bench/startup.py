@@ -9,7 +9,7 @@ maximum of all runs beside its goal:
   first ping  exec to the helper's first answered ping, which the application passes on
               as "o: answered ping 1" (goal: under 300 ms)
   memory      the application's VmRSS and VmHWM after polling for a while, logged in with
-              three watched folders of small files (goal: under 40 MiB); the helper's
+              three watched folders of small files (goal: under 40 MB); the helper's
               figures beside them, as the helper is not the application
 
 Every run starts in a fresh temporary home ("cold": no autostart entry yet), then once
@@ -43,7 +43,7 @@ ICON_SIZE = "22x22"
 START_TIMEOUT_S = 20.0
 EXIT_TIMEOUT_S = 5.0
 PING_GOAL_MS = 300.0
-MEMORY_GOAL_MIB = 40.0
+MEMORY_GOAL_MB = 40.0
 FIRST_ANSWER = re.compile(r"answered ping 1$")
 WATCHED_FOLDERS = (("Family", 1001), ("Work", 9007199254740993),
                    ("Photos", 4611686018427387917))
@@ -425,16 +425,16 @@ def print_table(start_figures, memory):
         print(row(f"first ping answered ({kind})", ping, "ms", PING_GOAL_MS))
     if memory:
         application, helper, trend = memory
-        print(row("application VmRSS", [application["VmRSS"] / 1024], "MiB", MEMORY_GOAL_MIB))
-        print(row("application VmHWM", [application["VmHWM"] / 1024], "MiB", MEMORY_GOAL_MIB))
+        print(row("application VmRSS", [application["VmRSS"] * 1024 / 1e6], "MB", MEMORY_GOAL_MB))
+        print(row("application VmHWM", [application["VmHWM"] * 1024 / 1e6], "MB", MEMORY_GOAL_MB))
         if helper:
-            print(row("helper VmRSS (not the app)", [helper["VmRSS"] / 1024], "MiB"))
-            print(row("helper VmHWM (not the app)", [helper["VmHWM"] / 1024], "MiB"))
-        print("application VmRSS = {:.1f} MiB own memory (RssAnon) + {:.1f} MiB mapped files "
-              "(RssFile, mostly shared libraries) + {:.1f} MiB shared memory (RssShmem)".format(
-                  *(application[part] / 1024 for part in ("RssAnon", "RssFile", "RssShmem"))))
+            print(row("helper VmRSS (not the app)", [helper["VmRSS"] * 1024 / 1e6], "MB"))
+            print(row("helper VmHWM (not the app)", [helper["VmHWM"] * 1024 / 1e6], "MB"))
+        print("application VmRSS = {:.1f} MB own memory (RssAnon) + {:.1f} MB mapped files "
+              "(RssFile, mostly shared libraries) + {:.1f} MB shared memory (RssShmem)".format(
+                  *(application[part] * 1024 / 1e6 for part in ("RssAnon", "RssFile", "RssShmem"))))
         print("application VmRSS on the way: " + ", ".join(
-            f"{elapsed} s {kib / 1024:.1f} MiB" for elapsed, kib in trend))
+            f"{elapsed} s {kib * 1024 / 1e6:.1f} MB" for elapsed, kib in trend))
 
 
 def parse_arguments():

@@ -13,9 +13,7 @@
 using namespace Qt::Literals::StringLiterals;
 
 MenuBarExtra::MenuBarExtra(ViewEnvironment& environment, Updater* updater, QObject* parent)
-    : QObject(parent),
-      environment_(environment),
-      panel_(std::make_unique<PanelWindow>(environment)) {
+    : QObject(parent), environment_(environment) {
     contextMenu_.addAction(tr("Open brisvane"), this, &MenuBarExtra::openPanel);
     if (updater != nullptr) {
         QAction* checkForUpdates =
@@ -30,13 +28,6 @@ MenuBarExtra::MenuBarExtra(ViewEnvironment& environment, Updater* updater, QObje
     connect(&environment_.ip, &PanelModel::menuBarStringChanged, this,
             &MenuBarExtra::showMenuBarSymbol);
     qGuiApp->installEventFilter(this);
-    connect(panel_.get(), &PanelWindow::windowClosed, this, [this] {
-        // Closing the only face the application has ends it; otherwise it would run
-        // on unseen, and a new start would find it and quit.
-        if (!QSystemTrayIcon::isSystemTrayAvailable()) {
-            environment_.terminate();
-        }
-    });
 
     statusNotifierWatcher_.setConnection(QDBusConnection::sessionBus());
     statusNotifierWatcher_.addWatchedService(u"org.kde.StatusNotifierWatcher"_s);
@@ -46,7 +37,7 @@ MenuBarExtra::MenuBarExtra(ViewEnvironment& environment, Updater* updater, QObje
 
     createTrayIcon();
     if (!QSystemTrayIcon::isSystemTrayAvailable()) {
-        panel_->showAsWindow();
+        panel()->showAsWindow();
     }
 }
 
@@ -86,8 +77,26 @@ void MenuBarExtra::showMenuBarSymbol() {
     }
 }
 
+// Made at the first open: most of the time the panel is never looked at, and its
+// widgets, style and fonts would only take memory.
+PanelWindow* MenuBarExtra::panel() {
+    if (panel_ == nullptr) {
+        panel_ = std::make_unique<PanelWindow>(environment_);
+        connect(panel_.get(), &PanelWindow::windowClosed, this, [this] {
+            // Closing the only face the application has ends it; otherwise it would run
+            // on unseen, and a new start would find it and quit.
+            if (!QSystemTrayIcon::isSystemTrayAvailable()) {
+                environment_.terminate();
+            }
+        });
+    }
+    return panel_.get();
+}
+
 void MenuBarExtra::togglePanel() {
-    if (panel_->isVisible() && panel_->isPopup()) {
+    if (panel_ == nullptr) {
+        openPanel();
+    } else if (panel_->isVisible() && panel_->isPopup()) {
         panel_->hide();
     } else if (!panel_->closedByFocusLossJustNow()) {
         openPanel();
@@ -108,5 +117,5 @@ void MenuBarExtra::openPanel() {
         anchor.screenGeometry = screen->geometry();
         anchor.availableGeometry = screen->availableGeometry();
     }
-    panel_->showAsPopup(anchor);
+    panel()->showAsPopup(anchor);
 }

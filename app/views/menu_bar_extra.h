@@ -25,7 +25,8 @@ public:
     MenuBarExtra(ViewEnvironment& environment, Updater* updater, QObject* parent = nullptr);
     ~MenuBarExtra() override;
 
-    PanelWindow* panel() const { return panel_.get(); }
+    // The panel, made on first use.
+    PanelWindow* panel();
     QSystemTrayIcon* trayIcon() const { return trayIcon_.get(); }
     QMenu* contextMenu() { return &contextMenu_; }
 
