@@ -1,22 +1,19 @@
 #include "app/views/content_view.h"
 
 #include <QFrame>
-#include <QLabel>
 #include <QScrollArea>
 #include <QStackedLayout>
 #include <QStyle>
-#include <QTimer>
 #include <QVBoxLayout>
 #include <algorithm>
 
 #include "app/panel_model.h"
-#include "app/views/busy_indicator.h"
 #include "app/views/folder_status_row.h"
 #include "app/views/panel_layout.h"
 #include "app/views/view_environment.h"
+#include "app/views/waiting_face.h"
 
 using namespace Qt::Literals::StringLiterals;
-using namespace std::chrono_literals;
 
 ContentView::ContentView(ViewEnvironment& environment, QWidget* parent)
     : QWidget(parent), environment_(environment) {
@@ -41,15 +38,11 @@ ContentView::ContentView(ViewEnvironment& environment, QWidget* parent)
     folderList_->setWidget(rowsWidget);
     listLayout->addWidget(folderList_);
 
-    spinner_ = new BusyIndicator(this);
-    spinner_->setObjectName(u"spinner"_s);
-    waitingText_ = new QLabel(this);
-    waitingText_->setObjectName(u"waitingText"_s);
-
+    waitingFace_ =
+        new WaitingFace(tr("Please select a folder to sync from the Settings tab"), this);
     branches_ = new QStackedLayout(this);
     branches_->addWidget(listPage);
-    branches_->addWidget(Centered(spinner_, this));
-    branches_->addWidget(Centered(waitingText_, this));
+    branches_->addWidget(waitingFace_);
 
     connect(&environment_.ip, &PanelModel::dirItemsChanged, this, &ContentView::redraw);
     connect(&environment_.ip, &PanelModel::isLoadingChanged, this, &ContentView::redraw);
@@ -74,20 +67,12 @@ void ContentView::redraw() {
         branches_->setCurrentIndex(0);
     } else if (ip.isLoading()) {
         branch_ = Branch::spinner;
+        waitingFace_->showSpinner();
         branches_->setCurrentIndex(1);
     } else {
         branch_ = Branch::waitingText;
-        waitingText_->setText(hasTimeElapsed_
-                                  ? tr("Please select a folder to sync from the Settings tab")
-                                  : tr("Loading ..."));
-        branches_->setCurrentIndex(2);
-        if (!waitingTimerStarted_) {
-            waitingTimerStarted_ = true;
-            QTimer::singleShot(5s, this, [this] {
-                hasTimeElapsed_ = true;
-                redraw();
-            });
-        }
+        waitingFace_->showText();
+        branches_->setCurrentIndex(1);
     }
 }
 

@@ -6,12 +6,11 @@
 #include <QHash>
 #include <QWidget>
 
-class BusyIndicator;
 class FolderStatusRow;
-class QLabel;
 class QScrollArea;
 class QStackedLayout;
 class QVBoxLayout;
+class WaitingFace;
 struct ViewEnvironment;
 
 class ContentView : public QWidget {
@@ -23,7 +22,6 @@ public:
     // What the view shows now; tests read it.
     enum class Branch { folderList, spinner, waitingText };
     Branch branch() const { return branch_; }
-    bool hasTimeElapsed() const { return hasTimeElapsed_; }
     // The rows from top to bottom.
     QList<FolderStatusRow*> rows() const;
 
@@ -32,14 +30,11 @@ private:
     void showFolders();
 
     ViewEnvironment& environment_;
-    bool hasTimeElapsed_ = false;
-    bool waitingTimerStarted_ = false;
     Branch branch_ = Branch::waitingText;
 
     QStackedLayout* branches_;
     QScrollArea* folderList_;
     QVBoxLayout* rowsLayout_;
     QHash<QString, FolderStatusRow*> rowsByPath_;
-    BusyIndicator* spinner_;
-    QLabel* waitingText_;
+    WaitingFace* waitingFace_;
 };

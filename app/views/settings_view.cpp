@@ -1,6 +1,5 @@
 #include "app/views/settings_view.h"
 
-#include <QLabel>
 #include <QScrollArea>
 #include <QShowEvent>
 #include <QStackedLayout>
@@ -8,10 +7,10 @@
 #include <QVBoxLayout>
 
 #include "app/panel_model.h"
-#include "app/views/busy_indicator.h"
 #include "app/views/group_block.h"
 #include "app/views/panel_layout.h"
 #include "app/views/view_environment.h"
+#include "app/views/waiting_face.h"
 
 using namespace Qt::Literals::StringLiterals;
 using namespace std::chrono_literals;
@@ -33,15 +32,11 @@ SettingsView::SettingsView(ViewEnvironment& environment, QWidget* parent)
     groupsLayout_->addStretch(1);
     groupList->setWidget(groupsWidget);
 
-    spinner_ = new BusyIndicator(this);
-    spinner_->setObjectName(u"spinner"_s);
-    waitingText_ = new QLabel(this);
-    waitingText_->setObjectName(u"waitingText"_s);
-
+    waitingFace_ =
+        new WaitingFace(tr("Please login to %1 and create a group").arg(ServiceHostName()), this);
     branches_ = new QStackedLayout(this);
     branches_->addWidget(groupList);
-    branches_->addWidget(Centered(spinner_, this));
-    branches_->addWidget(Centered(waitingText_, this));
+    branches_->addWidget(waitingFace_);
 
     PanelModel& ip = environment_.ip;
     // A group list changes when a button of one of its blocks is pressed; rebuilding
@@ -86,20 +81,12 @@ void SettingsView::redraw() {
     } else if (ip.isLoading() || !ip.dirItems().isEmpty()) {
         // Watched folders without groups mean the groups are still on their way.
         branch_ = Branch::spinner;
+        waitingFace_->showSpinner();
         branches_->setCurrentIndex(1);
     } else {
         branch_ = Branch::waitingText;
-        waitingText_->setText(
-            hasTimeElapsed_ ? tr("Please login to %1 and create a group").arg(ServiceHostName())
-                            : tr("Loading ..."));
-        branches_->setCurrentIndex(2);
-        if (!waitingTimerStarted_) {
-            waitingTimerStarted_ = true;
-            QTimer::singleShot(5s, this, [this] {
-                hasTimeElapsed_ = true;
-                redraw();
-            });
-        }
+        waitingFace_->showText();
+        branches_->setCurrentIndex(1);
     }
 }
 

@@ -5,11 +5,10 @@
 
 #include <QWidget>
 
-class BusyIndicator;
 class GroupBlock;
-class QLabel;
 class QStackedLayout;
 class QVBoxLayout;
+class WaitingFace;
 struct ViewEnvironment;
 
 class SettingsView : public QWidget {
@@ -20,7 +19,6 @@ public:
 
     enum class Branch { groupList, spinner, waitingText };
     Branch branch() const { return branch_; }
-    bool hasTimeElapsed() const { return hasTimeElapsed_; }
     QList<GroupBlock*> groupBlocks() const { return groupBlocks_; }
 
 protected:
@@ -35,14 +33,11 @@ private:
     void askForGroupsNowAndSoon();
 
     ViewEnvironment& environment_;
-    bool hasTimeElapsed_ = false;
-    bool waitingTimerStarted_ = false;
     bool rebuildPending_ = false;
     Branch branch_ = Branch::waitingText;
 
     QStackedLayout* branches_;
     QVBoxLayout* groupsLayout_;
     QList<GroupBlock*> groupBlocks_;
-    BusyIndicator* spinner_;
-    QLabel* waitingText_;
+    WaitingFace* waitingFace_;
 };
