@@ -111,7 +111,7 @@ LoginView::LoginView(ViewEnvironment& environment, QWidget* parent)
     // fields keep to a readable width in the middle.
     setMinimumSize(650, 450);
     auto* form = new QWidget(this);
-    form->setMaximumWidth(360);
+    form->setFixedWidth(320);
     auto* outer = new QHBoxLayout(this);
     outer->addWidget(form, 0, Qt::AlignHCenter);
 
