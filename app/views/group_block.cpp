@@ -5,6 +5,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QStyle>
+#include <QTimer>
 #include <QVBoxLayout>
 #include <cstdio>
 
@@ -14,6 +15,7 @@
 #include "app/views/view_fonts.h"
 
 using namespace Qt::Literals::StringLiterals;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -108,32 +110,49 @@ void GroupBlock::refreshFolderIcons() {
 }
 
 void GroupBlock::addFolder() {
-    const std::optional<QUrl> chosen = environment_.selectDir(std::nullopt, window());
+    // The chooser runs its own event loop, and the groups may change meanwhile and
+    // take this block with them: nothing of the block is touched once it returns.
+    ViewEnvironment& environment = environment_;
+    const QString groupName = group_.name;
+    const std::optional<QUrl> chosen = environment.selectDir(std::nullopt, window());
     if (!chosen || !chosen->isLocalFile()) {
         return;
     }
-    watch(chosen->toLocalFile());
+    watch(environment, groupName, chosen->toLocalFile());
 }
 
 void GroupBlock::addPhotoLibrary() {
-    const std::optional<QUrl> chosen = environment_.selectPhotoLibrary(u"~/Pictures"_s, window());
+    ViewEnvironment& environment = environment_;
+    const QString groupName = group_.name;
+    const std::optional<QUrl> chosen = environment.selectPhotoLibrary(u"~/Pictures"_s, window());
     if (!chosen || !chosen->isLocalFile()) {
         return;
     }
     // The service syncs the library's originals, not its database and thumbnails.
     const QString library = QFileInfo(chosen->toLocalFile()).absoluteFilePath();
-    watch(QDir::cleanPath(QDir(library).absoluteFilePath(u"originals"_s)));
-}
-
-void GroupBlock::watch(const QString& path) {
-    printLine(path);
-    // The group goes by its name here, unlike the web button, which sends its number.
-    environment_.ip.publish(u"addWatchDir"_s, group_.name, path);
-    emit groupsNeedRefresh();
+    watch(environment, groupName, QDir::cleanPath(QDir(library).absoluteFilePath(u"originals"_s)));
 }
 
 void GroupBlock::stopWatching(const QString& path) {
     environment_.ip.publish(u"stopWatching"_s, path, QString());
     environment_.ip.deleteItem(path);
-    emit groupsNeedRefresh();
+    AskForGroupsNowAndSoon(environment_.ip);
+}
+
+void GroupBlock::watch(ViewEnvironment& environment, const QString& groupName,
+                       const QString& path) {
+    printLine(path);
+    // The group goes by its name here, unlike the web button, which sends its number.
+    environment.ip.publish(u"addWatchDir"_s, groupName, path);
+    AskForGroupsNowAndSoon(environment.ip);
+}
+
+void AskForGroups(PanelModel& ip) {
+    ip.publish(u"getGroups"_s, QString(), QString());
+}
+
+void AskForGroupsNowAndSoon(PanelModel& ip) {
+    AskForGroups(ip);
+    // Timed on the model, which outlives any view that asks.
+    QTimer::singleShot(500ms, &ip, [&ip] { AskForGroups(ip); });
 }

@@ -7,7 +7,7 @@
 
 #include "app/records.h"
 
-class QVBoxLayout;
+class PanelModel;
 class SymbolButton;
 struct ViewEnvironment;
 
@@ -21,19 +21,21 @@ public:
     // The open buttons show each folder's icon, which changes with its status.
     void refreshFolderIcons();
 
-signals:
-    // A request was sent that changes the groups; the view asks for them again.
-    void groupsNeedRefresh();
-
 private:
     QWidget* makeHeader();
     QWidget* makeFolderRow(const QString& path);
     void addFolder();
     void addPhotoLibrary();
     void stopWatching(const QString& path);
-    void watch(const QString& path);
+    static void watch(ViewEnvironment& environment, const QString& groupName, const QString& path);
 
     ViewEnvironment& environment_;
     GroupItem group_;
     QList<SymbolButton*> openButtons_;
 };
+
+// Asks the helper for the groups.
+void AskForGroups(PanelModel& ip);
+// Asks at once and once more half a second later, after a request that changes the
+// groups: the helper may not have taken it in by the first answer.
+void AskForGroupsNowAndSoon(PanelModel& ip);

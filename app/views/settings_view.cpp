@@ -69,8 +69,8 @@ void SettingsView::showEvent(QShowEvent* event) {
     if (event->spontaneous()) {
         return;
     }
-    askForGroups();
-    QTimer::singleShot(5s, this, &SettingsView::askForGroups);
+    AskForGroups(environment_.ip);
+    QTimer::singleShot(5s, this, [this] { AskForGroups(environment_.ip); });
 }
 
 void SettingsView::redraw() {
@@ -101,17 +101,7 @@ void SettingsView::rebuildGroups() {
     int position = 1;
     for (const GroupItem& group : environment_.ip.groups()) {
         auto* block = new GroupBlock(environment_, group, groupsWidget);
-        connect(block, &GroupBlock::groupsNeedRefresh, this, &SettingsView::askForGroupsNowAndSoon);
         groupsLayout_->insertWidget(position++, block);
         groupBlocks_.append(block);
     }
-}
-
-void SettingsView::askForGroups() {
-    environment_.ip.publish(u"getGroups"_s, QString(), QString());
-}
-
-void SettingsView::askForGroupsNowAndSoon() {
-    askForGroups();
-    QTimer::singleShot(500ms, this, &SettingsView::askForGroups);
 }

@@ -29,8 +29,6 @@ protected:
 private:
     void redraw();
     void rebuildGroups();
-    void askForGroups();
-    void askForGroupsNowAndSoon();
 
     ViewEnvironment& environment_;
     bool rebuildPending_ = false;

@@ -3,8 +3,11 @@
 
 #include "app/views/settings_view.h"
 
+#include <QEventLoop>
 #include <QLabel>
+#include <QPointer>
 #include <QTest>
+#include <QTimer>
 
 #include "app/views/group_block.h"
 #include "app/views/symbol_button.h"
@@ -128,6 +131,26 @@ private slots:
         QCOMPARE(harness.ip.published.size(), 2);
         QTRY_COMPARE(harness.ip.published.size(), 3);
         QCOMPARE(harness.ip.published.last(), getGroups);
+    }
+
+    // The real chooser runs an event loop of its own; an answer that changes the groups
+    // meanwhile rebuilds the blocks, the chooser's own among them.
+    void groupsChangingWhileTheChooserIsOpen() {
+        ViewHarness harness;
+        harness.ip.setGroups({Group(7, u"Work"_s)});
+        SettingsView view(harness.environment);
+        harness.environment.selectDir = [&harness](const std::optional<QString>&, QWidget*) {
+            harness.ip.setGroups({Group(7, u"Work"_s, {u"/w/a"_s})});
+            QEventLoop chooserLoop;
+            QTimer::singleShot(50, &chooserLoop, &QEventLoop::quit);
+            chooserLoop.exec();
+            return std::optional(QUrl::fromLocalFile(u"/w/b"_s));
+        };
+        QPointer<GroupBlock> block = view.groupBlocks().constFirst();
+        QTest::mouseClick(button(block, u"addFolderButton"_s), Qt::LeftButton);
+        QVERIFY(block.isNull());
+        QCOMPARE(harness.ip.published.constFirst(),
+                 (TypeIDAndData{u"addWatchDir"_s, u"Work"_s, u"/w/b"_s}));
     }
 
     void cancelledChoosersSendNothing() {
