@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QCloseEvent>
 #include <QKeyEvent>
+#include <QPainter>
 #include <QTimer>
 #include <QVBoxLayout>
 
@@ -48,6 +49,9 @@ void PanelWindow::fitToScreen() {
 
 void PanelWindow::setPopup(bool popup) {
     isPopup_ = popup;
+    // Without a window frame, a thin line keeps the popup apart from what lies behind.
+    const int border = popup ? 1 : 0;
+    layout()->setContentsMargins(border, border, border, border);
     setWindowFlags(popup ? Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint
                          : Qt::Window);
 }
@@ -93,6 +97,15 @@ void PanelWindow::closeIfFocusLeft() {
     }
     hide();
     sinceFocusLossClose_.start();
+}
+
+void PanelWindow::paintEvent(QPaintEvent* event) {
+    QWidget::paintEvent(event);
+    if (isPopup_) {
+        QPainter painter(this);
+        painter.setPen(palette().color(QPalette::Mid));
+        painter.drawRect(rect().adjusted(0, 0, -1, -1));
+    }
 }
 
 void PanelWindow::keyPressEvent(QKeyEvent* event) {
