@@ -24,19 +24,19 @@ ContentView::ContentView(ViewEnvironment& environment, QWidget* parent)
     auto* listLayout = new QVBoxLayout(listPage);
     listLayout->setContentsMargins(0, 0, 0, 0);
     listLayout->addWidget(HorizontalDivider(listPage));
-    folderList_ = new QScrollArea(listPage);
-    folderList_->setObjectName(u"folderList"_s);
-    folderList_->setWidgetResizable(true);
-    folderList_->setFrameShape(QFrame::NoFrame);
-    folderList_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    auto* rowsWidget = new QWidget(folderList_);
+    auto* folderList = new QScrollArea(listPage);
+    folderList->setObjectName(u"folderList"_s);
+    folderList->setWidgetResizable(true);
+    folderList->setFrameShape(QFrame::NoFrame);
+    folderList->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    auto* rowsWidget = new QWidget(folderList);
     rowsLayout_ = new QVBoxLayout(rowsWidget);
     // Twice the usual inset on each side, so the rows sit clear of the scroll bar.
     const int inset = 2 * style()->pixelMetric(QStyle::PM_LayoutLeftMargin);
     rowsLayout_->setContentsMargins(inset, 0, inset, 0);
     rowsLayout_->addStretch(1);
-    folderList_->setWidget(rowsWidget);
-    listLayout->addWidget(folderList_);
+    folderList->setWidget(rowsWidget);
+    listLayout->addWidget(folderList);
 
     waitingFace_ =
         new WaitingFace(tr("Please select a folder to sync from the Settings tab"), this);

@@ -7,7 +7,6 @@
 #include <QWidget>
 
 class FolderStatusRow;
-class QScrollArea;
 class QStackedLayout;
 class QVBoxLayout;
 class WaitingFace;
@@ -33,7 +32,6 @@ private:
     Branch branch_ = Branch::waitingText;
 
     QStackedLayout* branches_;
-    QScrollArea* folderList_;
     QVBoxLayout* rowsLayout_;
     QHash<QString, FolderStatusRow*> rowsByPath_;
     WaitingFace* waitingFace_;
