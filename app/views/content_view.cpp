@@ -44,9 +44,26 @@ ContentView::ContentView(ViewEnvironment& environment, QWidget* parent)
     branches_->addWidget(listPage);
     branches_->addWidget(waitingFace_);
 
-    connect(&environment_.ip, &PanelModel::dirItemsChanged, this, &ContentView::redraw);
-    connect(&environment_.ip, &PanelModel::isLoadingChanged, this, &ContentView::redraw);
+    connect(&environment_.ip, &PanelModel::dirItemsChanged, this, &ContentView::redrawWhenSeen);
+    connect(&environment_.ip, &PanelModel::isLoadingChanged, this, &ContentView::redrawWhenSeen);
     redraw();
+}
+
+// The model reports ten times a second while folders sync, and the panel is closed
+// most of the time: a hidden list waits until it is looked at.
+void ContentView::redrawWhenSeen() {
+    if (isVisible()) {
+        redraw();
+    } else {
+        isStale_ = true;
+    }
+}
+
+void ContentView::showEvent(QShowEvent* event) {
+    QWidget::showEvent(event);
+    if (std::exchange(isStale_, false)) {
+        redraw();
+    }
 }
 
 QList<FolderStatusRow*> ContentView::rows() const {

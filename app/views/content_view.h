@@ -24,12 +24,17 @@ public:
     // The rows from top to bottom.
     QList<FolderStatusRow*> rows() const;
 
+protected:
+    void showEvent(QShowEvent* event) override;
+
 private:
+    void redrawWhenSeen();
     void redraw();
     void showFolders();
 
     ViewEnvironment& environment_;
     Branch branch_ = Branch::waitingText;
+    bool isStale_ = false;
 
     QStackedLayout* branches_;
     QVBoxLayout* rowsLayout_;

@@ -55,8 +55,11 @@ SettingsView::SettingsView(ViewEnvironment& environment, QWidget* parent)
     });
     connect(&ip, &PanelModel::isLoadingChanged, this, &SettingsView::redraw);
     connect(&ip, &PanelModel::dirItemsChanged, this, [this] {
-        for (GroupBlock* block : std::as_const(groupBlocks_)) {
-            block->refreshFolderIcons();
+        // Folders change ten times a second while they sync; hidden icons wait.
+        if (isVisible()) {
+            refreshFolderIcons();
+        } else {
+            iconsAreStale_ = true;
         }
         redraw();
     });
@@ -69,8 +72,17 @@ void SettingsView::showEvent(QShowEvent* event) {
     if (event->spontaneous()) {
         return;
     }
+    if (std::exchange(iconsAreStale_, false)) {
+        refreshFolderIcons();
+    }
     AskForGroups(environment_.ip);
     QTimer::singleShot(5s, this, [this] { AskForGroups(environment_.ip); });
+}
+
+void SettingsView::refreshFolderIcons() {
+    for (GroupBlock* block : std::as_const(groupBlocks_)) {
+        block->refreshFolderIcons();
+    }
 }
 
 void SettingsView::redraw() {

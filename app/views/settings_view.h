@@ -28,10 +28,12 @@ protected:
 
 private:
     void redraw();
+    void refreshFolderIcons();
     void rebuildGroups();
 
     ViewEnvironment& environment_;
     bool rebuildPending_ = false;
+    bool iconsAreStale_ = false;
     Branch branch_ = Branch::waitingText;
 
     QStackedLayout* branches_;

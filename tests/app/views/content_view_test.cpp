@@ -40,12 +40,14 @@ private slots:
             harness.ip.setDirItems({Folder(u"Docs"_s, u"/home/ada/Docs"_s, u"1 of 6 ..."_s)});
         }
         ContentView view(harness.environment);
+        view.show();
         QCOMPARE(view.branch(), expected);
     }
 
     void waitingTextTurnsToTheSettingsHintAfterFiveSeconds() {
         ViewHarness harness;
         ContentView view(harness.environment);
+        view.show();
         auto* text = view.findChild<QLabel*>(u"waitingText"_s);
         QCOMPARE(text->text(), u"Loading ..."_s);
         // Timers never fire early, so this holds however slow the machine is.
@@ -69,6 +71,7 @@ private slots:
                                 Folder(u"Photos"_s, u"/p"_s, u""_s),
                                 Folder(u"Archive"_s, u"/a"_s, u""_s)});
         ContentView view(harness.environment);
+        view.show();
         // Plain string order: upper case before lower case.
         QCOMPARE(names(view), (QStringList{u"Archive"_s, u"Photos"_s, u"music"_s}));
 
@@ -102,6 +105,7 @@ private slots:
         ViewHarness harness;
         harness.ip.setDirItems({Folder(u"Docs"_s, u"/d"_s, u"1 of 6 ..."_s)});
         ContentView view(harness.environment);
+        view.show();
         FolderStatusRow* row = view.rows().constFirst();
         QCOMPARE(row->progressBar()->value(), 150);
 
@@ -116,6 +120,7 @@ private slots:
         ViewHarness harness;
         harness.ip.setDirItems({Folder(u"Docs"_s, u"/home/ada/Docs"_s, u"Up to date"_s, 42)});
         ContentView view(harness.environment);
+        view.show();
         FolderStatusRow* row = view.rows().constFirst();
         auto* open = row->findChild<SymbolButton*>(u"openDirButton"_s);
         auto* web = row->findChild<SymbolButton*>(u"openWebButton"_s);
@@ -134,6 +139,7 @@ private slots:
     void isAtLeast650WideAndExactly450High() {
         ViewHarness harness;
         ContentView view(harness.environment);
+        view.show();
         QCOMPARE(view.minimumSize(), QSize(650, 450));
         QCOMPARE(view.maximumHeight(), 450);
     }

@@ -90,6 +90,7 @@ private slots:
         harness.ip.setGroups({Group(7, u"Work"_s, {u"/w/b"_s, u"/w/a"_s}), Group(9, u"Empty"_s)});
         harness.ip.setDirItems({Folder(u"b"_s, u"/w/b"_s, u"2 of 6 ..."_s, 7)});
         SettingsView view(harness.environment);
+        view.show();
         const QList<GroupBlock*> blocks = view.groupBlocks();
         QCOMPARE(blocks.size(), 2);
         QCOMPARE(blocks[0]->findChild<QLabel*>(u"groupTitle"_s)->text(), u"Work (#7)"_s);
