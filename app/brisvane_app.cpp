@@ -6,6 +6,7 @@
 #include "app/platform/updater_schedule.h"
 #include "app/views/menu_bar_extra.h"
 #include "app/views/menu_bar_extra_legacy.h"
+#include "process_manager/instance_activation.h"
 
 void brisvaneApp::prepareApplicationObject() {
     QApplication::setApplicationName(QStringLiteral("brisvane"));
@@ -27,6 +28,9 @@ brisvaneApp::brisvaneApp(Seams seams)
         dailyUpdateCheck_ = StartScheduledUpdateChecks(updaterController_->updater(), this);
         menuBarExtra_ =
             std::make_unique<MenuBarExtra>(*environment_, &updaterController_->updater());
+        auto* activation = new ApplicationActivation(this);
+        connect(activation, &ApplicationActivation::activateRequested, menuBarExtra_.get(),
+                &MenuBarExtra::bringPanelToFront);
     } else {
         MenuBarExtraLegacy(*environment_, this);
     }

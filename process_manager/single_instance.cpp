@@ -10,6 +10,15 @@
 #include <cstring>
 
 #include "process_manager/host_facts.h"
+#include "process_manager/instance_activation.h"
+
+namespace {
+
+// Long enough for a copy in the middle of its start to put its panel on the bus,
+// short enough that a copy that never answers does not keep this one waiting.
+constexpr std::chrono::seconds kActivationPatience{2};
+
+}  // namespace
 
 QString InstanceLockPath() {
     QString folder = qEnvironmentVariable("XDG_RUNTIME_DIR");
@@ -47,10 +56,14 @@ bool AcquireInstanceLock(const QString& lockPath) {
 
 void ExitAppIfAlreadyOpen() {
     if (AcquireInstanceLock(InstanceLockPath())) {
+        // Taken together with the lock, so that a second start finds the name from the
+        // first moment on.
+        ClaimApplicationBusName();
         return;
     }
     std::printf("Application already opened.  Exiting ...\n");
     std::fflush(stdout);
+    ActivateRunningInstance(kActivationPatience);
     // Threads such as the transport's are already running at this point of the
     // start-up; leave without running destructors under their feet.
     std::_Exit(0);

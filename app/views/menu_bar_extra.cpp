@@ -1,13 +1,13 @@
 #include "app/views/menu_bar_extra.h"
 
 #include <QCursor>
-#include <QDBusConnection>
 #include <QGuiApplication>
 #include <QScreen>
 
 #include "app/panel_model.h"
 #include "app/platform/updater.h"
-#include "app/views/symbol_icons.h"
+#include "app/views/status_notifier_host.h"
+#include "app/views/tray_icon.h"
 #include "app/views/view_environment.h"
 
 using namespace Qt::Literals::StringLiterals;
@@ -27,29 +27,39 @@ MenuBarExtra::MenuBarExtra(ViewEnvironment& environment, Updater* updater, QObje
 
     connect(&environment_.ip, &PanelModel::menuBarStringChanged, this,
             &MenuBarExtra::showMenuBarSymbol);
-    qGuiApp->installEventFilter(this);
 
-    statusNotifierWatcher_.setConnection(QDBusConnection::sessionBus());
-    statusNotifierWatcher_.addWatchedService(u"org.kde.StatusNotifierWatcher"_s);
-    statusNotifierWatcher_.setWatchMode(QDBusServiceWatcher::WatchForRegistration);
-    connect(&statusNotifierWatcher_, &QDBusServiceWatcher::serviceRegistered, this,
-            &MenuBarExtra::createTrayIcon);
-
-    createTrayIcon();
-    if (!QSystemTrayIcon::isSystemTrayAvailable()) {
-        panel()->showAsWindow();
+    if (IsWaylandSession()) {
+        // Once made, the icon finds hosts that restart or come later by itself.
+        hostWatch_ = std::make_unique<StatusNotifierHostWatch>();
+        connect(hostWatch_.get(), &StatusNotifierHostWatch::answered, this,
+                &MenuBarExtra::statusNotifierHostAnswered);
+        hostWatch_->ask();
+    } else {
+        createTrayIcon();
+        if (!QSystemTrayIcon::isSystemTrayAvailable()) {
+            panel()->showAsWindow();
+        }
     }
 }
 
 MenuBarExtra::~MenuBarExtra() = default;
 
-bool MenuBarExtra::eventFilter(QObject* watched, QEvent* event) {
-    // The tray host keeps the picture it was handed, drawn in the old colours.
-    if (watched == qGuiApp && event->type() == QEvent::ApplicationPaletteChange) {
-        shownSymbol_.clear();
-        showMenuBarSymbol();
+void MenuBarExtra::statusNotifierHostAnswered(bool hostRegistered) {
+    if (trayIcon_ != nullptr) {
+        return;
     }
-    return QObject::eventFilter(watched, event);
+    if (hostRegistered) {
+        createTrayIcon();
+    } else if (panel_ == nullptr) {
+        // The first answer, at start: without a tray the user is given the panel.
+        panel()->showAsWindow();
+    }
+}
+
+bool MenuBarExtra::hasTray() const {
+    // Asked only once the icon exists: before that, asking would settle the protocol
+    // too early.
+    return trayIcon_ != nullptr && QSystemTrayIcon::isSystemTrayAvailable();
 }
 
 void MenuBarExtra::createTrayIcon() {
@@ -71,9 +81,9 @@ void MenuBarExtra::createTrayIcon() {
 // second, so the icon is set only when its symbol really changes.
 void MenuBarExtra::showMenuBarSymbol() {
     const QString& symbol = environment_.ip.menuBarString();
-    if (symbol != shownSymbol_) {
+    if (trayIcon_ != nullptr && symbol != shownSymbol_) {
         shownSymbol_ = symbol;
-        trayIcon_->setIcon(SymbolIcon(symbol));
+        trayIcon_->setIcon(TrayIcon(symbol));
     }
 }
 
@@ -85,7 +95,7 @@ PanelWindow* MenuBarExtra::panel() {
         connect(panel_.get(), &PanelWindow::windowClosed, this, [this] {
             // Closing the only face the application has ends it; otherwise it would run
             // on unseen, and a new start would find it and quit.
-            if (!QSystemTrayIcon::isSystemTrayAvailable()) {
+            if (!hasTray()) {
                 environment_.terminate();
             }
         });
@@ -105,7 +115,9 @@ void MenuBarExtra::togglePanel() {
 
 void MenuBarExtra::openPanel() {
     PopupAnchor anchor;
-    anchor.iconGeometry = trayIcon_->geometry();
+    if (trayIcon_ != nullptr) {
+        anchor.iconGeometry = trayIcon_->geometry();
+    }
     anchor.cursor = QCursor::pos();
     const QPoint point =
         anchor.iconGeometry.isValid() ? anchor.iconGeometry.center() : anchor.cursor;
@@ -118,4 +130,12 @@ void MenuBarExtra::openPanel() {
         anchor.availableGeometry = screen->availableGeometry();
     }
     panel()->showAsPopup(anchor);
+}
+
+void MenuBarExtra::bringPanelToFront() {
+    if (hasTray()) {
+        openPanel();
+    } else {
+        panel()->showAsWindow();
+    }
 }

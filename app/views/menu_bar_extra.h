@@ -6,7 +6,6 @@
 // window, so the user is never left without a face, and the icon appears as soon as
 // a host does.
 
-#include <QDBusServiceWatcher>
 #include <QMenu>
 #include <QObject>
 #include <QSystemTrayIcon>
@@ -14,6 +13,7 @@
 
 #include "app/views/panel_window.h"
 
+class StatusNotifierHostWatch;
 class Updater;
 struct ViewEnvironment;
 
@@ -27,19 +27,20 @@ public:
 
     // The panel, made on first use.
     PanelWindow* panel();
+    // Null on Wayland until a status-notifier host is there.
     QSystemTrayIcon* trayIcon() const { return trayIcon_.get(); }
     QMenu* contextMenu() { return &contextMenu_; }
 
     void togglePanel();
     void openPanel();
-
-protected:
-    bool eventFilter(QObject* watched, QEvent* event) override;
+    // For a second start of the application: the panel, from the tray when there is
+    // one, else as the window it is without one.
+    void bringPanelToFront();
 
 private:
-    // Made anew when a status-notifier host appears, since Qt picks between that
-    // protocol and the older embedding only when an icon is made.
     void createTrayIcon();
+    void statusNotifierHostAnswered(bool hostRegistered);
+    bool hasTray() const;
     void showMenuBarSymbol();
 
     ViewEnvironment& environment_;
@@ -47,5 +48,6 @@ private:
     QMenu contextMenu_;
     std::unique_ptr<QSystemTrayIcon> trayIcon_;
     QString shownSymbol_;
-    QDBusServiceWatcher statusNotifierWatcher_;
+    // On Wayland: tells when the first icon can be made.
+    std::unique_ptr<StatusNotifierHostWatch> hostWatch_;
 };

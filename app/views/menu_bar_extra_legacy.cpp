@@ -7,7 +7,7 @@
 #include <QWidgetAction>
 
 #include "app/views/menu_bar_view.h"
-#include "app/views/symbol_icons.h"
+#include "app/views/tray_icon.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -29,7 +29,7 @@ public:
         item->setDefaultWidget(content);
         menu_.addAction(item);
 
-        statusItem_ = new QSystemTrayIcon(SymbolIcon(u"internaldrive"_s), this);
+        statusItem_ = new QSystemTrayIcon(TrayIcon(u"internaldrive"_s), this);
         statusItem_->setToolTip(u"brisvane"_s);
         statusItem_->setContextMenu(&menu_);
         // A left click opens the same menu, as the only thing the item offers.

@@ -8,6 +8,7 @@
 #include <QVBoxLayout>
 
 #include "app/views/menu_bar_view.h"
+#include "app/views/status_notifier_host.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -41,8 +42,17 @@ PanelWindow::PanelWindow(ViewEnvironment& environment, QWidget* parent) : QWidge
 }
 
 void PanelWindow::fitToScreen() {
+    // The size the last screen was held to would bound the next one's.
+    setMinimumSize(0, 0);
+    setMaximumSize(QWIDGETSIZE_MAX, QWIDGETSIZE_MAX);
     adjustSize();
-    if (isPopup_) {
+    if (!isPopup_) {
+        return;
+    }
+    // Tiling compositors float a window whose least and greatest sizes agree, at that
+    // size, instead of stretching it over the screen.
+    setFixedSize(size());
+    if (!IsWaylandSession()) {
         move(PopupPosition(anchor_, size()));
     }
 }
@@ -70,8 +80,12 @@ void PanelWindow::showAsPopup(const PopupAnchor& anchor) {
 void PanelWindow::showAsWindow() {
     if (isPopup_) {
         setPopup(false);
+    } else if (isVisible() && !isActiveWindow() && IsWaylandSession()) {
+        // Shown anew, it is a new window to the compositor, and new windows come to
+        // the front.
+        hide();
     }
-    adjustSize();
+    fitToScreen();
     show();
     raise();
     activateWindow();

@@ -21,9 +21,11 @@ public:
     MenuBarView* menuBarView() const { return menuBarView_; }
     bool isPopup() const { return isPopup_; }
 
-    // Drops the panel by the anchor and gives it the keyboard.
+    // Drops the panel by the anchor and gives it the keyboard. On Wayland the
+    // compositor places it instead: no client may place its own window there.
     void showAsPopup(const PopupAnchor& anchor);
-    // Shows the panel as a window of its own, with a frame and a title.
+    // Shows the panel as a window of its own, with a frame and a title, and brings it
+    // to the front when it is already open.
     void showAsWindow();
     // True for a moment after the popup closed because it lost focus: a click on the
     // tray icon takes the focus first and arrives second, and must not reopen it.

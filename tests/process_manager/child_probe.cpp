@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <QByteArray>
+#include <QCoreApplication>
 #include <cstdio>
 #include <cstring>
 
@@ -13,6 +14,7 @@
 
 int main(int argc, char** argv) {
     if (argc == 2 && std::strcmp(argv[1], "lock") == 0) {
+        const QCoreApplication application(argc, argv);
         ExitAppIfAlreadyOpen();
         std::printf("holding the instance lock\n");
         std::fflush(stdout);
