@@ -88,21 +88,29 @@ def parse_window_tree(text):
     return windows
 
 
+def trayer_command(background=None):
+    """trayer, on its own background colour ("#rrggbb") when one is given."""
+    if background is None:
+        return TRAYER
+    return TRAYER + ["--transparent", "true", "--alpha", "0",
+                     "--tint", "0x" + background.lstrip("#")]
+
+
 class VirtualDesktop:
-    def __init__(self, accessibility=False):
+    def __init__(self, accessibility=False, tray_background=None):
         self.accessibility = accessibility
+        self.tray_background = tray_background
         self.display = None
         self.bus_address = None
         self._processes = []
+        self._tray = None
 
     def __enter__(self):
         try:
             self._start_x_server()
             # Their chatter (a missing menu file, fd limits) is no news for the caller.
             self.start(["openbox"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-            self.start(TRAYER, stderr=subprocess.DEVNULL)
-            wait_for(lambda: any(w.wm_class == "trayer" for w in self.windows()), 15,
-                     "the trayer tray host")
+            self._start_tray()
             self._start_session_bus()
             if self.accessibility:
                 self._start_accessibility_bus()
@@ -119,6 +127,23 @@ class VirtualDesktop:
         while self._processes:
             process = self._processes.pop()
             stop_process_group(process)
+
+    def _start_tray(self):
+        self._tray = self.start(trayer_command(self.tray_background), stderr=subprocess.DEVNULL)
+        wait_for(lambda: self.tray() is not None, 15, "the trayer tray host")
+
+    def restart_tray(self, background):
+        """Ends the tray host and starts it again on another background, as a panel
+        restarting with a new theme does."""
+        stop_process_group(self._tray)
+        self._processes.remove(self._tray)
+        wait_for(lambda: self.tray() is None, 10, "the old tray host to go")
+        self.tray_background = background
+        self._start_tray()
+
+    def tray(self):
+        """trayer's window, or None."""
+        return next((w for w in self.windows() if w.wm_class == "trayer"), None)
 
     def start(self, args, env=None, **popen_args):
         """Starts a program in a process group of its own, ended by close()."""

@@ -2,9 +2,11 @@
 
 Usage: tray_e2e.py <tray_e2e_app> <screenshot folder>
 
-It clicks the tray icon, logs in by typing into the real fields, watches a folder
-for Family, waits for it to be up to date, and quits with Ctrl+Q. Exit status 77
-(skipped) only when there is no X server or tray host to run it on.
+It judges the tray icon on a light and a dark tray (both of its symbols, with the
+tray host restarted in between), clicks the icon, logs in by typing into the real
+fields, watches a folder for Family, waits for it to be up to date, starts the
+application a second time to bring its panel up, and quits with Ctrl+Q. Exit status
+77 (skipped) only when there is no X server or tray host to run it on.
 """
 
 import contextlib
@@ -20,11 +22,15 @@ from pathlib import Path
 sys.dont_write_bytecode = True  # nothing of a test run lands in the source tree
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "scripts"))
 from virtual_desktop import AccessibleApp, StepFailed, VirtualDesktop, wait_for  # noqa: E402
+from icon_contrast import measure_icon  # noqa: E402
+from PIL import Image, ImageChops  # noqa: E402
 
 SKIPPED = 77
 APP_NAME = "brisvane"  # the accessible application's name and its windows' class
 EMAIL = "tester@brisvane.example"
 PANEL_MIN_SIZE = (650, 450)
+LIGHT_TRAY, DARK_TRAY = "#f2f2f2", "#2b2b2b"
+ALREADY_OPENED = "Application already opened.  Exiting ..."
 
 
 def check(condition, message):
@@ -33,13 +39,15 @@ def check(condition, message):
 
 
 class TrayTest:
-    def __init__(self, desktop, app, watched, screenshots):
+    def __init__(self, desktop, start_app, watched, screenshots):
         self.desktop = desktop
-        self.app = app
+        self.start_app = start_app
+        self.app = start_app()
         self.watched = watched
         self.screenshots = screenshots
         self.ui = None
         self.icon = None
+        self.icon_pictures = {}  # (symbol, tray background) -> the icon's pixels
 
     def alive(self, condition):
         """condition, failing at once when the application has ended meanwhile."""
@@ -58,15 +66,52 @@ class TrayTest:
         print(f"{name} screenshot: {path}")
 
     def run(self):
+        self.icon = wait_for(self.alive(lambda: self.desktop.tray_icon_centre(APP_NAME)),
+                             30, "the icon in the tray")
+        # Logged out, the icon shows its busy symbol.
+        self.icon_is_legible("busy", LIGHT_TRAY)
+        self.tray_host_restarts(DARK_TRAY)
+        self.icon_is_legible("busy", DARK_TRAY)
         self.tray_icon_opens_the_panel()
         self.login_through_the_fields()
         self.watched_folder_gets_up_to_date()
-        self.tray_icon_toggles_the_panel()
+        self.tray_icon_closes_the_panel()
+        # Up to date, it shows its idle symbol.
+        self.icon_is_legible("idle", DARK_TRAY)
+        self.tray_host_restarts(LIGHT_TRAY)
+        self.icon_is_legible("idle", LIGHT_TRAY)
+        for background in (LIGHT_TRAY, DARK_TRAY):
+            check(self.icon_pictures["busy", background] != self.icon_pictures["idle", background],
+                  f"the busy and the idle icon look the same on {background}")
+        self.tray_icon_opens_the_panel_again()
+        self.second_start_brings_the_panel_up()
         self.ctrl_q_ends_the_application()
 
+    def icon_is_legible(self, symbol, background):
+        check(not self.panels(), "the panel covers the tray while the icon is judged")
+        time.sleep(0.5)  # the tray host finishes drawing
+        path = self.desktop.screenshot(self.screenshots / f"x11-{background[1:]}-{symbol}.png")
+        tray = self.desktop.tray()
+        bar = (tray.x, tray.y, tray.x + tray.width, tray.y + tray.height)
+        with Image.open(path) as shot:
+            shot = shot.convert("RGB")
+            bar_colour = shot.getpixel((tray.x + 2, tray.y + tray.height // 2))
+            contrast = measure_icon(shot, bar, bar_colour)
+            if contrast.box:
+                self.icon_pictures[symbol, background] = shot.crop(contrast.box).tobytes()
+        print(f"X11 tray {background}, {symbol} symbol: {contrast.summary()}")
+        check(contrast.legible, f"the {symbol} icon is not legible on a {background} tray")
+
+    def tray_host_restarts(self, background):
+        started = time.monotonic()
+        self.desktop.restart_tray(background)
+        self.icon = wait_for(self.alive(lambda: self.desktop.tray_icon_centre(APP_NAME)), 10,
+                             "the icon back in the restarted tray")
+        print(f"X11 tray restarted on {background}: icon back after "
+              f"{time.monotonic() - started:.2f} s")
+
     def tray_icon_opens_the_panel(self):
-        self.icon = icon = wait_for(self.alive(lambda: self.desktop.tray_icon_centre(APP_NAME)),
-                                    30, "the icon in the tray")
+        icon = self.icon
         check(not self.panels(), "the panel was open before the tray icon was clicked")
         self.desktop.click(*icon)
         panel = wait_for(self.alive(self.panels), 10, "the panel after a click on the icon")[0]
@@ -118,15 +163,34 @@ class TrayTest:
                  "the progress bar to fill")
         self.shoot("status")
 
-    def tray_icon_toggles_the_panel(self):
+    def tray_icon_closes_the_panel(self):
         self.desktop.click(*self.icon)
         wait_for(self.alive(lambda: not self.panels()), 10, "the panel to close on a click")
+
+    def tray_icon_opens_the_panel_again(self):
         # The panel ignores the icon for a moment after it closed: the click that took
         # the focus from it must not open it again as it arrives.
         time.sleep(1)
         self.desktop.click(*self.icon)
         wait_for(self.alive(self.panels), 10, "the panel to open again on the next click")
         # It comes back as it was left, and with the keyboard.
+        self.ui.wait_for_control(f"{self.watched.name}: Up to date", 10,
+                                 self.ui.pyatspi.ROLE_PROGRESS_BAR)
+
+    def second_start_brings_the_panel_up(self):
+        self.desktop.key("Escape")
+        wait_for(self.alive(lambda: not self.panels()), 10, "the panel to close on Escape")
+        second = self.start_app(stdout=subprocess.PIPE)
+        try:
+            output, _ = second.communicate(timeout=15)
+        except subprocess.TimeoutExpired:
+            raise StepFailed("a second start did not end") from None
+        check(second.returncode == 0, f"a second start ended with status {second.returncode}")
+        check(ALREADY_OPENED in output.decode(errors="replace"),
+              f"a second start printed {output!r}")
+        panel = wait_for(self.alive(self.panels), 10, "the panel after a second start")[0]
+        print(f"X11 second start: panel at {panel.x},{panel.y}, {panel.width}x{panel.height}")
+        # The panel comes with the keyboard, so Ctrl+Q below reaches it.
         self.ui.wait_for_control(f"{self.watched.name}: Up to date", 10,
                                  self.ui.pyatspi.ROLE_PROGRESS_BAR)
 
@@ -185,12 +249,14 @@ def main():
         watched = make_watched_folder(work)
         output = work / "app-output.txt"
         try:
-            with VirtualDesktop(accessibility=True) as desktop, open(output, "wb") as sink:
-                app = desktop.start([str(app_path), f"--pick={watched}"],
-                                    env=app_environment(desktop, work / "xdg"),
-                                    stdout=sink, stderr=subprocess.STDOUT)
+            with VirtualDesktop(accessibility=True, tray_background=LIGHT_TRAY) as desktop, \
+                    open(output, "wb") as sink:
+                def start_app(stdout=sink):
+                    return desktop.start([str(app_path), f"--pick={watched}"],
+                                         env=app_environment(desktop, work / "xdg"),
+                                         stdout=stdout, stderr=sink)
                 try:
-                    TrayTest(desktop, app, watched, screenshots).run()
+                    TrayTest(desktop, start_app, watched, screenshots).run()
                 except Exception:
                     with contextlib.suppress(StepFailed):
                         print(f"screen at the failure: "
