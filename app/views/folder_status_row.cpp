@@ -7,6 +7,7 @@
 #include <cmath>
 
 #include "app/panel_model.h"
+#include "app/views/elided_label.h"
 #include "app/views/symbol_button.h"
 #include "app/views/view_environment.h"
 #include "app/views/view_fonts.h"
@@ -30,9 +31,9 @@ FolderStatusRow::FolderStatusRow(ViewEnvironment& environment, const DirItem& it
 
     nameLabel_ = new QLabel(this);
     nameLabel_->setFont(Title3Font(font()));
-    pathLabel_ = new QLabel(this);
+    pathLabel_ = new ElidedLabel(QString(), this);
     statusLabel_ = new QLabel(this);
-    for (QLabel* label : {nameLabel_, pathLabel_, statusLabel_}) {
+    for (QLabel* label : {nameLabel_, statusLabel_}) {
         label->setTextFormat(Qt::PlainText);
         label->setTextInteractionFlags(Qt::TextSelectableByMouse);
     }

@@ -10,6 +10,7 @@
 #include <cstdio>
 
 #include "app/panel_model.h"
+#include "app/views/elided_label.h"
 #include "app/views/symbol_button.h"
 #include "app/views/view_environment.h"
 #include "app/views/view_fonts.h"
@@ -83,8 +84,7 @@ QWidget* GroupBlock::makeFolderRow(const QString& path) {
             [this, path] { environment_.ip.publish(u"openDirPath"_s, path, QString()); });
     openButtons_.append(openButton);
 
-    auto* pathLabel = new QLabel(path, folderRow);
-    pathLabel->setTextFormat(Qt::PlainText);
+    auto* pathLabel = new ElidedLabel(path, folderRow);
 
     auto* trashButton = new SymbolButton(
         u"trash"_s, symbolWidth,

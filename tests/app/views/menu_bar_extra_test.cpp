@@ -9,6 +9,7 @@
 #include <QTest>
 #include <QWidgetAction>
 
+#include "app/views/folder_status_row.h"
 #include "app/views/menu_bar_extra_legacy.h"
 #include "app/views/menu_bar_view.h"
 #include "app/views/view_harness.h"
@@ -63,6 +64,38 @@ private slots:
         QVERIFY(!extra.panel()->isVisible());
         actions.constLast()->trigger();
         QCOMPARE(harness.terminateCount, 1);
+    }
+
+    // Tiling compositors float a window whose least and greatest sizes agree, so the
+    // popup holds its size; what it shows has to fit in it.
+    void thePopupKeepsItsSizeAndALongPathGivesWay() {
+        ViewHarness harness;
+        harness.ip.setLoggedIn(true);
+        harness.ip.setDirItems({Folder(u"Docs"_s, u"/d"_s, u"Up to date"_s)});
+        MenuBarExtra extra(harness.environment, nullptr);
+        PanelWindow* panel = extra.panel();
+        extra.openPanel();
+        QVERIFY(panel->isPopup());
+        const QSize usual = panel->size();
+        QCOMPARE(panel->minimumSize(), usual);
+        QCOMPARE(panel->maximumSize(), usual);
+
+        const QString longPath =
+            u"/home/ada"_s + u"/a folder with a rather long name"_s.repeated(12);
+        harness.ip.setDirItems({Folder(u"Docs"_s, longPath, u"Up to date"_s)});
+        extra.openPanel();
+        QCOMPARE(panel->size(), usual);
+        QWidget* web = nullptr;
+        QTRY_VERIFY((web = panel->findChild<FolderStatusRow*>()->findChild<QWidget*>(
+                         u"openWebButton"_s)) != nullptr &&
+                    web->isVisible());
+        QTest::qWait(50);  // the rows are laid out
+        const QRect webInPanel(web->mapTo(panel, QPoint(0, 0)), web->size());
+        QVERIFY2(panel->rect().contains(webInPanel), "the row's web button is pushed out");
+
+        // Shown as a window again, it may be resized like any other.
+        panel->showAsWindow();
+        QVERIFY(panel->maximumWidth() > usual.width());
     }
 
     void olderSystemsCarryTheWholePanelInTheMenu() {
