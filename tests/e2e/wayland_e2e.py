@@ -82,6 +82,7 @@ class WaylandTrayTest:
         self.watched_folder_gets_up_to_date()
         self.activation_closes_the_panel()
         self.joins_a_new_tray("light", "light-idle")
+        self.focus_elsewhere_closes_the_panel()
         self.second_start_opens_the_panel_escape_closes_it()
         self.ctrl_q_ends_the_application()
         check(not self.shortfalls, "; ".join(self.shortfalls))
@@ -265,6 +266,14 @@ class WaylandTrayTest:
         print("activating the item again closes the panel")
         self.desktop.activate_tray_item(self.item, *self.icon_centre)
         self.wait_for_panel_to_close("the panel to close on a second activation")
+
+    def focus_elsewhere_closes_the_panel(self):
+        print("the panel closes when the keyboard goes elsewhere")
+        self.desktop.activate_tray_item(self.item, *self.icon_centre)
+        self.wait_for_floating_panel("the panel after activating the item")
+        self.desktop.swaymsg("workspace number 2")
+        self.wait_for_panel_to_close("the panel to close on another workspace")
+        self.desktop.swaymsg("workspace number 1")
 
     def second_start_opens_the_panel_escape_closes_it(self):
         print("a second start with a tray opens the panel; Escape closes it")
