@@ -10,32 +10,24 @@ application a second time to bring its panel up, and quits with Ctrl+Q. Exit sta
 """
 
 import contextlib
-import os
 import shutil
 import subprocess
 import sys
 import tempfile
 import time
-import traceback
 from pathlib import Path
 
 sys.dont_write_bytecode = True  # nothing of a test run lands in the source tree
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "scripts"))
 from virtual_desktop import AccessibleApp, StepFailed, VirtualDesktop, wait_for  # noqa: E402
 from icon_contrast import measure_icon  # noqa: E402
-from PIL import Image, ImageChops  # noqa: E402
+from tray_session import (APP_NAME, EMAIL, PASSWORD, check, ends_with_its_helper,  # noqa: E402
+                          make_watched_folder, report_failure, second_start_hands_over)
+from PIL import Image  # noqa: E402
 
 SKIPPED = 77
-APP_NAME = "brisvane"  # the accessible application's name and its windows' class
-EMAIL = "tester@brisvane.example"
 PANEL_MIN_SIZE = (650, 450)
 LIGHT_TRAY, DARK_TRAY = "#f2f2f2", "#2b2b2b"
-ALREADY_OPENED = "Application already opened.  Exiting ..."
-
-
-def check(condition, message):
-    if not condition:
-        raise StepFailed(message)
 
 
 class TrayTest:
@@ -135,7 +127,7 @@ class TrayTest:
             raise StepFailed(f"the e-mail field holds {field.getText(0, -1)!r} after typing "
                              f"{EMAIL!r}") from None
         self.desktop.key("Tab")
-        self.desktop.type_text("secret password")
+        self.desktop.type_text(PASSWORD)
         self.desktop.key("Return")
 
         tab_list = self.ui.wait_for_control(lambda name: True, 20, pyatspi.ROLE_PAGE_TAB_LIST,
@@ -180,14 +172,7 @@ class TrayTest:
     def second_start_brings_the_panel_up(self):
         self.desktop.key("Escape")
         wait_for(self.alive(lambda: not self.panels()), 10, "the panel to close on Escape")
-        second = self.start_app(stdout=subprocess.PIPE)
-        try:
-            output, _ = second.communicate(timeout=15)
-        except subprocess.TimeoutExpired:
-            raise StepFailed("a second start did not end") from None
-        check(second.returncode == 0, f"a second start ended with status {second.returncode}")
-        check(ALREADY_OPENED in output.decode(errors="replace"),
-              f"a second start printed {output!r}")
+        second_start_hands_over(self.start_app(stdout=subprocess.PIPE))
         panel = wait_for(self.alive(self.panels), 10, "the panel after a second start")[0]
         print(f"X11 second start: panel at {panel.x},{panel.y}, {panel.width}x{panel.height}")
         # The panel comes with the keyboard, so Ctrl+Q below reaches it.
@@ -196,22 +181,7 @@ class TrayTest:
 
     def ctrl_q_ends_the_application(self):
         self.desktop.key("ctrl+q")
-        try:
-            status = self.app.wait(timeout=15)
-        except subprocess.TimeoutExpired:
-            raise StepFailed("the application did not end after Ctrl+Q") from None
-        check(status == 0, f"the application ended with status {status} after Ctrl+Q")
-        # The helper shares the application's process group; it must not outlive it.
-        wait_for(lambda: not process_group_exists(self.app.pid), 10,
-                 "the helper to end with the application")
-
-
-def process_group_exists(group):
-    try:
-        os.killpg(group, 0)
-        return True
-    except ProcessLookupError:
-        return False
+        ends_with_its_helper(self.app, "Ctrl+Q")
 
 
 def app_environment(desktop, root):
@@ -225,14 +195,6 @@ def app_environment(desktop, root):
 
 def missing_desktop_tools():
     return [tool for tool in ("Xvfb", "trayer") if shutil.which(tool) is None]
-
-
-def make_watched_folder(parent):
-    folder = parent / "Family album"
-    folder.mkdir()
-    for index in range(5):
-        (folder / f"photo-{index}.jpg").write_bytes(bytes(range(256)) * (index + 1))
-    return folder
 
 
 def main():
@@ -263,13 +225,7 @@ def main():
                               f"{desktop.screenshot(screenshots / 'failure.png')}")
                     raise
         except Exception as failure:
-            if isinstance(failure, StepFailed):
-                print(f"FAILED: {failure}")
-            else:
-                traceback.print_exc(file=sys.stdout)
-            if output.exists():
-                print("---- the application's output ----")
-                print(output.read_text(errors="replace"))
+            report_failure(failure, output)
             return 1
     print(f"tray end-to-end test passed in {time.monotonic() - started:.1f} s")
     return 0

@@ -26,32 +26,24 @@ import subprocess
 import sys
 import tempfile
 import time
-import traceback
 from pathlib import Path
 
 sys.dont_write_bytecode = True  # nothing of a test run lands in the source tree
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "scripts"))
+from tray_session import (APP_NAME, EMAIL, PASSWORD, check, ends_with_its_helper,  # noqa: E402
+                          make_watched_folder, report_failure, second_start_hands_over)
 from virtual_desktop import AT_SPI_BUS_LAUNCHER, AccessibleApp, StepFailed, wait_for  # noqa: E402
 from wayland_desktop import (  # noqa: E402
     BAR_COLOURS, BAR_HEIGHT, SANITIZER_OPTIONS, SCREEN, TOOLS, WaylandDesktop, as_user,
     missing_root_tools, throwaway_user)
 
 SKIPPED = 77
-APP_NAME = "brisvane"  # the accessible application's name
-EMAIL = "tester@brisvane.example"
-PASSWORD = "secret password"
-ALREADY_OPEN = "Application already opened.  Exiting ..."
 TRAY_JOIN_LIMIT = 2.0  # seconds from a tray host's watcher to the application's item in it
 PANEL_MAX_SIZE = (800, 700)  # a popup panel, not a screen-filling window
 # The files this test runs from, copied for the throwaway user beside the application.
 OWN_FILES = ("tests/e2e/wayland_e2e.py", "tests/e2e/icon_contrast.py",
-             "tests/e2e/wayland_lsan.supp", "scripts/wayland_desktop.py",
+             "tests/e2e/wayland_lsan.supp", "tests/e2e/tray_session.py", "scripts/wayland_desktop.py",
              "scripts/virtual_desktop.py")
-
-
-def check(condition, message):
-    if not condition:
-        raise StepFailed(message)
 
 
 def describe(windows):
@@ -139,17 +131,9 @@ class WaylandTrayTest:
         second = self.desktop.start(self.app_command, env=self.app_env, stdout=subprocess.PIPE,
                                     stderr=subprocess.STDOUT)
         started = time.monotonic()
-        try:
-            output, _ = second.communicate(timeout=5)
-        except subprocess.TimeoutExpired:
-            raise StepFailed("a second start still runs after 5 s instead of handing over "
-                             "to the running copy") from None
-        took = time.monotonic() - started
-        output = output.decode(errors="replace")
-        check(second.returncode == 0 and ALREADY_OPEN in output,
-              f"a second start should print {ALREADY_OPEN!r} and end with status 0; it ended "
-              f"with status {second.returncode} after {took:.2f} s, saying:\n{output}")
-        print(f"  the second start said so and ended with status 0 after {took:.2f} s")
+        second_start_hands_over(second, timeout=5)
+        print(f"  the second start said so and ended with status 0 after "
+              f"{time.monotonic() - started:.2f} s")
 
     def wait_for_floating_panel(self, what):
         """The application's panel once it shows, floating and with the focus."""
@@ -290,30 +274,7 @@ class WaylandTrayTest:
         self.desktop.activate_tray_item(self.item, *self.icon_centre)
         self.wait_for_floating_panel("the panel after activating the item")
         self.desktop.key("ctrl+q")
-        try:
-            status = self.app.wait(timeout=15)
-        except subprocess.TimeoutExpired:
-            raise StepFailed("the application did not end after Ctrl+Q") from None
-        check(status == 0, f"the application ended with status {status} after Ctrl+Q")
-        # The helper shares the application's process group; it must not outlive it.
-        wait_for(lambda: not process_group_exists(self.app.pid), 10,
-                 "the helper to end with the application")
-
-
-def process_group_exists(group):
-    try:
-        os.killpg(group, 0)
-        return True
-    except ProcessLookupError:
-        return False
-
-
-def make_watched_folder(parent):
-    folder = parent / "Family album"
-    folder.mkdir()
-    for index in range(5):
-        (folder / f"photo-{index}.jpg").write_bytes(bytes(range(256)) * (index + 1))
-    return folder
+        ends_with_its_helper(self.app, "Ctrl+Q")
 
 
 def run_session(app_path, screenshots):
@@ -348,13 +309,7 @@ def run_session(app_path, screenshots):
                         print("the screen at the failure: failure.png")
                     raise
         except Exception as failure:
-            if isinstance(failure, StepFailed):
-                print(f"FAILED: {failure}")
-            else:
-                traceback.print_exc(file=sys.stdout)
-            if output.exists():
-                print("---- the application's output ----")
-                print(output.read_text(errors="replace"))
+            report_failure(failure, output)
             return 1
     print(f"Wayland end-to-end test passed in {time.monotonic() - started:.1f} s")
     return 0
