@@ -21,8 +21,9 @@ sys.dont_write_bytecode = True  # nothing of a test run lands in the source tree
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "scripts"))
 from virtual_desktop import AccessibleApp, StepFailed, VirtualDesktop, wait_for  # noqa: E402
 from icon_contrast import measure_icon  # noqa: E402
-from tray_session import (APP_NAME, EMAIL, PASSWORD, check, ends_with_its_helper,  # noqa: E402
-                          make_watched_folder, report_failure, second_start_hands_over)
+from tray_session import (APP_NAME, check, ends_with_its_helper,  # noqa: E402
+                          log_in_by_typing, make_watched_folder, report_failure,
+                          second_start_hands_over, while_running)
 from PIL import Image  # noqa: E402
 
 SKIPPED = 77
@@ -42,12 +43,7 @@ class TrayTest:
         self.icon_pictures = {}  # (symbol, tray background) -> the icon's pixels
 
     def alive(self, condition):
-        """condition, failing at once when the application has ended meanwhile."""
-        def checked():
-            check(self.app.poll() is None,
-                  f"the application ended early with status {self.app.returncode}")
-            return condition()
-        return checked
+        return while_running(self.app, condition)
 
     def panels(self):
         return self.desktop.viewable_windows(APP_NAME, *PANEL_MIN_SIZE)
@@ -119,23 +115,7 @@ class TrayTest:
               "tabs are shown while logged out")
         self.shoot("login")
         self.desktop.click(*self.ui.centre(email))
-        self.desktop.type_text(EMAIL)
-        field = email.queryText()
-        try:
-            wait_for(lambda: field.getText(0, -1) == EMAIL, 5, "the typed e-mail address")
-        except StepFailed:
-            raise StepFailed(f"the e-mail field holds {field.getText(0, -1)!r} after typing "
-                             f"{EMAIL!r}") from None
-        self.desktop.key("Tab")
-        self.desktop.type_text(PASSWORD)
-        self.desktop.key("Return")
-
-        tab_list = self.ui.wait_for_control(lambda name: True, 20, pyatspi.ROLE_PAGE_TAB_LIST,
-                                            what="the tabs after logging in")
-        tabs = [tab.name for tab in map(tab_list.getChildAtIndex, range(tab_list.childCount))
-                if tab.getRole() == pyatspi.ROLE_PAGE_TAB]
-        check(tabs == ["Status", "Settings"], f"the tabs after login are {tabs}")
-        check(self.ui.find("E-mail address") is None, "the login screen stayed after login")
+        log_in_by_typing(self.desktop, self.ui, email)
 
     def watched_folder_gets_up_to_date(self):
         pyatspi = self.ui.pyatspi

@@ -19,12 +19,42 @@ def check(condition, message):
         raise StepFailed(message)
 
 
+def while_running(app, condition):
+    """condition, failing at once when the application has ended meanwhile."""
+    def checked():
+        check(app.poll() is None, f"the application ended early with status {app.returncode}")
+        return condition()
+    return checked
+
+
 def make_watched_folder(parent):
     folder = parent / "Family album"
     folder.mkdir()
     for index in range(5):
         (folder / f"photo-{index}.jpg").write_bytes(bytes(range(256)) * (index + 1))
     return folder
+
+
+def log_in_by_typing(desktop, ui, email_field):
+    """Types the e-mail address into email_field, which has the keyboard, then the
+    password, as a person would; the panel must turn to its two tabs."""
+    desktop.type_text(EMAIL)
+    text = email_field.queryText()
+    try:
+        wait_for(lambda: text.getText(0, -1) == EMAIL, 5, "the typed e-mail address")
+    except StepFailed:
+        raise StepFailed(f"the e-mail field holds {text.getText(0, -1)!r} after typing "
+                         f"{EMAIL!r}") from None
+    desktop.key("Tab")
+    desktop.type_text(PASSWORD)
+    desktop.key("Return")
+    pyatspi = ui.pyatspi
+    tab_list = ui.wait_for_control(lambda name: True, 20, pyatspi.ROLE_PAGE_TAB_LIST,
+                                   what="the tabs after logging in")
+    tabs = [tab.name for tab in map(tab_list.getChildAtIndex, range(tab_list.childCount))
+            if tab.getRole() == pyatspi.ROLE_PAGE_TAB]
+    check(tabs == ["Status", "Settings"], f"the tabs after login are {tabs}")
+    check(ui.find("E-mail address") is None, "the login screen stayed after login")
 
 
 def second_start_hands_over(second, timeout=15):

@@ -30,8 +30,9 @@ from pathlib import Path
 
 sys.dont_write_bytecode = True  # nothing of a test run lands in the source tree
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "scripts"))
-from tray_session import (APP_NAME, EMAIL, PASSWORD, check, ends_with_its_helper,  # noqa: E402
-                          make_watched_folder, report_failure, second_start_hands_over)
+from tray_session import (APP_NAME, check, ends_with_its_helper,  # noqa: E402
+                          log_in_by_typing, make_watched_folder, report_failure,
+                          second_start_hands_over, while_running)
 from virtual_desktop import AT_SPI_BUS_LAUNCHER, AccessibleApp, StepFailed, wait_for  # noqa: E402
 from wayland_desktop import (  # noqa: E402
     BAR_COLOURS, BAR_HEIGHT, SANITIZER_OPTIONS, SCREEN, TOOLS, WaylandDesktop, as_user,
@@ -89,12 +90,7 @@ class WaylandTrayTest:
             self.shortfalls.append(message)
 
     def alive(self, condition):
-        """condition, failing at once when the application has ended meanwhile."""
-        def checked():
-            check(self.app.poll() is None,
-                  f"the application ended early with status {self.app.returncode}")
-            return condition()
-        return checked
+        return while_running(self.app, condition)
 
     def app_windows(self):
         return self.desktop.windows_of(self.app.pid)
@@ -211,23 +207,8 @@ class WaylandTrayTest:
 
     def login_by_typing_at_once(self):
         print("the keyboard is in the first field: typing logs in")
-        pyatspi = self.ui.pyatspi
         # No click first: the panel must have put the keyboard there itself.
-        self.desktop.type_text(EMAIL)
-        email = self.ui.wait_for_control("E-mail address", 15).queryText()
-        try:
-            wait_for(lambda: email.getText(0, -1) == EMAIL, 5, "the typed e-mail address")
-        except StepFailed:
-            raise StepFailed(f"the e-mail field holds {email.getText(0, -1)!r} after typing "
-                             f"{EMAIL!r} into the panel as it opened") from None
-        self.desktop.key("Tab")
-        self.desktop.type_text(PASSWORD)
-        self.desktop.key("Return")
-        tab_list = self.ui.wait_for_control(lambda name: True, 20, pyatspi.ROLE_PAGE_TAB_LIST,
-                                            what="the tabs after logging in")
-        tabs = [tab.name for tab in map(tab_list.getChildAtIndex, range(tab_list.childCount))
-                if tab.getRole() == pyatspi.ROLE_PAGE_TAB]
-        check(tabs == ["Status", "Settings"], f"the tabs after login are {tabs}")
+        log_in_by_typing(self.desktop, self.ui, self.ui.wait_for_control("E-mail address", 15))
         self.shoot("panel-status")
 
     def watched_folder_gets_up_to_date(self):
