@@ -97,8 +97,7 @@ QWidget* GroupBlock::makeFolderRow(const QString& path) {
     const int inset = style()->pixelMetric(QStyle::PM_LayoutLeftMargin);
     row->setContentsMargins(inset, 0, inset, 0);
     row->addWidget(openButton);
-    row->addWidget(pathLabel);
-    row->addStretch(1);
+    row->addWidget(pathLabel, 1);
     row->addWidget(trashButton);
     return folderRow;
 }

@@ -9,6 +9,7 @@
 #include <QTest>
 #include <QTimer>
 
+#include "app/views/elided_label.h"
 #include "app/views/group_block.h"
 #include "app/views/symbol_button.h"
 #include "app/views/view_harness.h"
@@ -111,6 +112,13 @@ private slots:
         QCOMPARE(harness.ip.published.last(),
                  (TypeIDAndData{u"openDirPath"_s, u"/w/a"_s, QString()}));
         QCOMPARE(openButtons[1]->toolTip(), u"Open"_s);
+
+        // A short path shows whole; only one longer than the panel gives way.
+        const QList<ElidedLabel*> paths = blocks[0]->findChildren<ElidedLabel*>();
+        QCOMPARE(paths.size(), 2);
+        for (const ElidedLabel* path : paths) {
+            QTRY_VERIFY(path->width() >= path->fontMetrics().horizontalAdvance(path->text()));
+        }
     }
 
     void addingAFolderSendsItsPathUnderTheGroupName() {
