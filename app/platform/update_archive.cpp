@@ -5,11 +5,14 @@
 
 #include <QDir>
 #include <QFile>
+#include <QHash>
 #include <QStringList>
 #include <memory>
 #include <optional>
 
 #include "app/platform/updater_error.h"
+
+using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
@@ -37,44 +40,102 @@ constexpr int kExtractFlags = ARCHIVE_EXTRACT_TIME | ARCHIVE_EXTRACT_PERM |
                          QStringLiteral("%1: %2").arg(name, QLatin1String(fault)));
 }
 
-// The components of a path inside the staging folder, or nothing when the path would leave
-// it. A link's target is resolved against the link's own folder.
-std::optional<QStringList> ComponentsInside(const QStringList& base, const QString& path) {
-    if (path.startsWith(u'/')) {
-        return std::nullopt;
-    }
-    QStringList components = base;
-    for (const QString& component : path.split(u'/', Qt::SkipEmptyParts)) {
-        if (component == u"..") {
-            if (components.isEmpty()) {
+// The links unpacked so far, by where they stand, with their targets as written. A target
+// is judged by where it leads on disk, which depends on every link placed before or after
+// it: "sub/b -> a/.." stays inside by its text, but not once "sub/a -> .." stands beside it.
+class StagingLinks {
+public:
+    // Where path leads from the folder base, following the links placed so far as the file
+    // system would (the last component too when followLast); nothing when it leaves the
+    // staging folder or goes round in circles.
+    std::optional<QStringList> resolve(const QStringList& base, const QString& path,
+                                       bool followLast) const {
+        if (path.startsWith(u'/')) {
+            return std::nullopt;
+        }
+        QStringList at = base;
+        QStringList rest = path.split(u'/', Qt::SkipEmptyParts);
+        int linksLeft = kMaxLinksFollowed;
+        while (!rest.isEmpty()) {
+            const QString component = rest.takeFirst();
+            if (component == u".") {
+                continue;
+            }
+            if (component == u"..") {
+                if (at.isEmpty()) {
+                    return std::nullopt;
+                }
+                at.removeLast();
+                continue;
+            }
+            at.append(component);
+            const auto link = targets_.constFind(at.join(u'/'));
+            if (link == targets_.cend() || (rest.isEmpty() && !followLast)) {
+                continue;
+            }
+            if (--linksLeft < 0 || link->startsWith(u'/')) {
                 return std::nullopt;
             }
-            components.removeLast();
-        } else if (component != u".") {
-            components.append(component);
+            at.removeLast();
+            rest = link->split(u'/', Qt::SkipEmptyParts) + rest;
         }
+        return at;
     }
-    return components;
-}
+
+    // True when a folder on the way to the entry is a link placed earlier: writing there
+    // would write wherever that link leads.
+    bool isBehindLink(const QStringList& components) const {
+        for (qsizetype length = 1; length < components.size(); ++length) {
+            if (targets_.contains(components.mid(0, length).join(u'/'))) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    // True when a link was placed at exactly these components: an honest archive never
+    // replaces one, and what stands there after it depends on how the disk is written.
+    bool isLink(const QStringList& components) const {
+        return targets_.contains(components.join(u'/'));
+    }
+
+    // Records the link placed at components, and checks that every link, this one with the
+    // others, still leads inside with it in place.
+    bool placeLink(const QStringList& components, const QString& target) {
+        targets_.insert(components.join(u'/'), target);
+        for (auto link = targets_.cbegin(); link != targets_.cend(); ++link) {
+            const QStringList at = link.key().split(u'/');
+            if (!resolve(at.mid(0, at.size() - 1), link.value(), true)) {
+                targets_.remove(components.join(u'/'));
+                return false;
+            }
+        }
+        return true;
+    }
+
+private:
+    // As many as Linux follows in one path before it gives up with ELOOP.
+    static constexpr int kMaxLinksFollowed = 40;
+    QHash<QString, QString> targets_;
+};
 
 QString EntryName(archive_entry* entry) {
     const char* name = archive_entry_pathname(entry);
     return name ? QFile::decodeName(name) : QString();
 }
 
-// Files, folders, and symbolic links that stay inside; nothing that makes a device or a pipe.
-void CheckEntryType(archive_entry* entry, const QString& name, const QStringList& components) {
+// Files, folders, and symbolic links; nothing that makes a device or a pipe.
+std::optional<QString> CheckEntryType(archive_entry* entry, const QString& name) {
     switch (archive_entry_filetype(entry)) {
         case AE_IFREG:
         case AE_IFDIR:
-            return;
+            return std::nullopt;
         case AE_IFLNK: {
             const char* target = archive_entry_symlink(entry);
-            const QStringList folder = components.mid(0, components.size() - 1);
-            if (!target || !ComponentsInside(folder, QFile::decodeName(target))) {
+            if (!target) {
                 ThrowUnsafe(name, "the link points outside the archive's folder");
             }
-            return;
+            return QFile::decodeName(target);
         }
         default:
             ThrowUnsafe(name, "only files, folders and links may be installed");
@@ -83,30 +144,36 @@ void CheckEntryType(archive_entry* entry, const QString& name, const QStringList
 
 // Checks the entry's names and points them into the staging folder; false for the archive's
 // own top folder ("./"), which the staging folder stands for.
-bool PlaceEntry(archive_entry* entry, const QString& stagingDir) {
+bool PlaceEntry(archive_entry* entry, const QString& stagingDir, StagingLinks& links) {
     const QString name = EntryName(entry);
     // A ".." step is refused even when it stays inside: no honest archive has one.
     if (name.isEmpty() || name.startsWith(u'/') || name.split(u'/').contains(u"..")) {
         ThrowUnsafe(name, "the name leaves the archive's folder");
     }
-    const std::optional<QStringList> components = ComponentsInside({}, name);
-    if (!components) {
-        ThrowUnsafe(name, "the name leaves the archive's folder");
-    }
-    if (components->isEmpty()) {
+    const QStringList components = QDir::cleanPath(name).split(u'/', Qt::SkipEmptyParts);
+    if (components.isEmpty() || components == QStringList{u"."_s}) {
         return false;
     }
+    if (links.isBehindLink(components) || links.isLink(components)) {
+        ThrowUnsafe(name, "the entry would be written through a link");
+    }
+    std::optional<QString> linkTarget;
     if (const char* hardlink = archive_entry_hardlink(entry)) {
-        const std::optional<QStringList> target = ComponentsInside({}, QFile::decodeName(hardlink));
+        // A hard link takes the inode its target names, after the links on the way.
+        const std::optional<QStringList> target =
+            links.resolve({}, QFile::decodeName(hardlink), false);
         if (!target || target->isEmpty()) {
             ThrowUnsafe(name, "the link points outside the archive's folder");
         }
         const QByteArray targetPath = QFile::encodeName(stagingDir + u'/' + target->join(u'/'));
         archive_entry_set_hardlink(entry, targetPath.constData());
     } else {
-        CheckEntryType(entry, name, *components);
+        linkTarget = CheckEntryType(entry, name);
     }
-    const QByteArray path = QFile::encodeName(stagingDir + u'/' + components->join(u'/'));
+    if (linkTarget && !links.placeLink(components, *linkTarget)) {
+        ThrowUnsafe(name, "the link points outside the archive's folder");
+    }
+    const QByteArray path = QFile::encodeName(stagingDir + u'/' + components.join(u'/'));
     archive_entry_set_pathname(entry, path.constData());
     return true;
 }
@@ -151,6 +218,7 @@ void UnpackUpdateArchive(const QString& archivePath, const QString& stagingDir) 
     if (archive_read_open_filename(reader.get(), path.constData(), 64 * 1024) != ARCHIVE_OK) {
         ThrowArchive(UpdaterError::unreadableArchive, reader.get());
     }
+    StagingLinks links;
     archive_entry* entry = nullptr;
     for (;;) {
         const int status = archive_read_next_header(reader.get(), &entry);
@@ -160,7 +228,7 @@ void UnpackUpdateArchive(const QString& archivePath, const QString& stagingDir) 
         if (status < ARCHIVE_WARN) {
             ThrowArchive(UpdaterError::unreadableArchive, reader.get());
         }
-        if (!PlaceEntry(entry, root)) {
+        if (!PlaceEntry(entry, root, links)) {
             continue;
         }
         if (archive_write_header(writer.get(), entry) < ARCHIVE_WARN) {

@@ -2,9 +2,10 @@
 
 // Unpacking an update archive (tar, compressed with gzip or xz) into a staging folder.
 //
-// Every entry must stay inside the folder: absolute names, ".." steps, links whose target
-// leaves the folder, and entries written through a link already unpacked are refused, as are
-// devices, pipes and sockets. The folder may be left half-filled after a failure; the caller
+// Every entry must stay inside the folder: absolute names, ".." steps, links that lead out
+// of the folder (by their text or through other links in it, whichever comes first in the
+// archive), entries written through or in place of a link already unpacked are refused, as
+// are devices, pipes and sockets. The folder may be left half-filled after a failure; the caller
 // removes it.
 
 #include <QString>

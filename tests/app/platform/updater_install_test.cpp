@@ -50,6 +50,14 @@ TEST_F(UpdaterInstall, EntriesLeavingTheFolderAreRefusedAndNothingChanges) {
         {{"bin/evil", E::symlink, "/etc"}},
         // A link that stays inside is fine, but nothing may be written through it.
         {{"lib", E::symlink, "bin"}, {"lib/evil", E::file, "x"}},
+        // Inside by their text, outside once the links they pass through are followed, in
+        // either order.
+        {{"sub", E::folder, ""}, {"sub/a", E::symlink, ".."}, {"sub/b", E::symlink, "a/.."}},
+        {{"sub", E::folder, ""}, {"sub/b", E::symlink, "a/.."}, {"sub/a", E::symlink, ".."}},
+        {{"x", E::symlink, "sub/.."}, {"sub", E::symlink, "."}},
+        {{"loop", E::symlink, "loop"}},
+        // Nor may a link be replaced by whatever comes after it.
+        {{"lib", E::symlink, "bin"}, {"lib", E::folder, ""}},
     };
     for (const std::vector<E>& entries : cases) {
         std::vector<E> withInstallation = InstallationEntries("new");
@@ -61,6 +69,28 @@ TEST_F(UpdaterInstall, EntriesLeavingTheFolderAreRefusedAndNothingChanges) {
                   UpdaterError::unsafeArchive);
         EXPECT_EQ(tree(), before);
     }
+}
+
+TEST_F(UpdaterInstall, LinksThatStayInsideAreUnpackedWhateverTheirOrder) {
+    using E = ArchiveEntry;
+    std::vector<E> entries = InstallationEntries("new");
+    const std::vector<E> links = {
+        {"bin/tool", E::symlink, "../lib/libtool.so"},  // before its target exists
+        {"lib", E::folder, ""},
+        {"lib/libtool.so", E::symlink, "libtool.so.1"},
+        {"lib/libtool.so.1", E::symlink, "./libtool.so.1.2"},
+        {"lib/libtool.so.1.2", E::file, "tool"},
+        {"lib/current", E::symlink, "."},
+        {"lib/up", E::symlink, "current/.."},
+    };
+    entries.insert(entries.end(), links.begin(), links.end());
+    try {
+        InstallUpdateArchive(archive(entries), install_);
+    } catch (const UpdaterFailure& failure) {
+        FAIL() << failure.detail().toStdString();
+    }
+    EXPECT_EQ(ReadFile(install_ + QStringLiteral("/bin/tool")), "tool");
+    EXPECT_EQ(ReadFile(install_ + QStringLiteral("/lib/up/bin/brisvane")), "new");
 }
 
 TEST_F(UpdaterInstall, OnlyAMarkedFolderOfTheUsersOwnIsReplaced) {
