@@ -4,6 +4,7 @@
 #include <QTimer>
 
 #include "app/platform/updater_schedule.h"
+#include "app/termination_signals.h"
 #include "app/views/menu_bar_extra.h"
 #include "app/views/menu_bar_extra_legacy.h"
 #include "process_manager/instance_activation.h"
@@ -13,6 +14,7 @@ void brisvaneApp::prepareApplicationObject() {
     QApplication::setOrganizationDomain(QStringLiteral("brisvane.app"));
     QGuiApplication::setDesktopFileName(QStringLiteral("app.brisvane.Brisvane"));
     QApplication::setQuitOnLastWindowClosed(false);
+    QuitOnTerminationSignals();
 }
 
 brisvaneApp::brisvaneApp(Seams seams)

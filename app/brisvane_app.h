@@ -27,7 +27,8 @@ public:
 
     // Names the application object for the desktop (the desktop entry, the settings
     // folder) and keeps it running while no window is open: the panel comes and goes,
-    // and the update dialog has no parent; only "Quit" ends the application.
+    // and the update dialog has no parent; only "Quit" ends the application, or the
+    // session's SIGTERM, SIGINT and SIGHUP, which take the same way out.
     static void prepareApplicationObject();
 
     explicit brisvaneApp(Seams seams = {});

@@ -66,7 +66,7 @@ ItemsProvider::ItemsProvider(ItemsProviderHost host, QObject* parent)
 }
 
 ItemsProvider::~ItemsProvider() {
-    pm_.processManager().cancelNow();
+    pm_.processManager().stopWithin(ProcessManager::defaultStopGrace);
     supervision_.join();
 }
 

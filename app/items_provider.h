@@ -38,7 +38,8 @@ public:
     // Runs the whole start-up: port, helper arguments, launch at login, the
     // single-instance exit, then the helper's supervision in the background.
     explicit ItemsProvider(ItemsProviderHost host = {}, QObject* parent = nullptr);
-    // Stops the helper and waits for its supervision to end.
+    // Stops the helper (SIGTERM, and SIGKILL after two seconds) and waits for its
+    // supervision to end.
     ~ItemsProvider() override;
 
     bool isMacOS13() const override { return isMacOS13_; }

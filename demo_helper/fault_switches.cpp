@@ -19,6 +19,8 @@
 //                                       0: right after printing the key block
 //   BRISVANE_DEMO_SILENT=1              print nothing on standard output and never
 //                                       answer, while still listening on the port
+//   BRISVANE_DEMO_IGNORE_TERM=1         ignore SIGTERM, and the application's end too:
+//                                       only SIGKILL (or SIGINT, SIGHUP) ends it
 //
 // And two seams that are not faults:
 //
@@ -76,6 +78,7 @@ FaultSwitches FaultSwitches::fromEnvironment() {
         switches.exitAfterAnswers = *count;
     }
     switches.silent = flagVariable("BRISVANE_DEMO_SILENT");
+    switches.ignoreTermination = flagVariable("BRISVANE_DEMO_IGNORE_TERM");
 
     switches.openerProgram = qEnvironmentVariable("BRISVANE_DEMO_OPENER");
     if (switches.openerProgram.isEmpty()) {

@@ -23,6 +23,7 @@ struct FaultSwitches {
     QString badKeyBlockMarker;  // empty: always the good block
     std::optional<std::int64_t> exitAfterAnswers;
     bool silent = false;
+    bool ignoreTermination = false;
     QString openerProgram;  // what opens folders and web pages
     // Say on standard output when the first pings have been answered.
     bool announceAnswers = false;

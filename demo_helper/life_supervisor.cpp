@@ -16,10 +16,12 @@ namespace {
 // usual case at once; this catches a parent that was replaced before we could ask.
 constexpr int kParentCheckMilliseconds = 200;
 
-sigset_t terminationSignals() {
+sigset_t terminationSignals(bool stubborn) {
     sigset_t signals;
     sigemptyset(&signals);
-    sigaddset(&signals, SIGTERM);
+    if (!stubborn) {
+        sigaddset(&signals, SIGTERM);
+    }
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGHUP);
     return signals;
@@ -27,12 +29,17 @@ sigset_t terminationSignals() {
 
 }  // namespace
 
-LifeSupervisor::LifeSupervisor(std::optional<pid_t> parentPid) : parentPid_(parentPid) {
-    const sigset_t signals = terminationSignals();
+LifeSupervisor::LifeSupervisor(std::optional<pid_t> parentPid, bool stubborn)
+    : parentPid_(stubborn ? std::nullopt : parentPid) {
+    const sigset_t signals = terminationSignals(stubborn);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     signalFd_ = signalfd(-1, &signals, SFD_CLOEXEC);
     wakeFd_ = eventfd(0, EFD_CLOEXEC);
-    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (stubborn) {
+        std::signal(SIGTERM, SIG_IGN);
+    } else {
+        prctl(PR_SET_PDEATHSIG, SIGTERM);
+    }
 }
 
 LifeSupervisor::~LifeSupervisor() {

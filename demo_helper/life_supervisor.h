@@ -12,8 +12,9 @@ public:
     // Blocks the termination signals for the calling thread and every thread started
     // from it afterwards, so construct it before any other thread. Asks the kernel for
     // SIGTERM when the parent dies, and remembers `parentPid` to compare with the
-    // parent process from time to time.
-    explicit LifeSupervisor(std::optional<pid_t> parentPid);
+    // parent process from time to time. A stubborn supervisor (a test's fault) ignores
+    // SIGTERM and the parent's end, and ends only on SIGINT, SIGHUP or SIGKILL.
+    explicit LifeSupervisor(std::optional<pid_t> parentPid, bool stubborn = false);
     ~LifeSupervisor();
 
     LifeSupervisor(const LifeSupervisor&) = delete;

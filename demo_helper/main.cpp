@@ -147,7 +147,7 @@ int main(int argc, char** argv) {
 
     // A client that hangs up mid-answer must not end the helper.
     std::signal(SIGPIPE, SIG_IGN);
-    LifeSupervisor supervisor(arguments.parentPid);
+    LifeSupervisor supervisor(arguments.parentPid, faults.ignoreTermination);
 
     std::unique_ptr<KeyExchangeStore> kes;
     try {

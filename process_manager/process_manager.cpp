@@ -55,9 +55,7 @@ ProcessManager::ProcessManager(QString resourceDir, QObject* parent)
     : QObject(parent), resourceDir_(std::move(resourceDir)) {}
 
 ProcessManager::~ProcessManager() {
-    cancelNow();
-    std::unique_lock lock(taskLock_);
-    loopEnded_.wait(lock, [this] { return activeLoops_ == 0; });
+    stopWithin(defaultStopGrace);
 }
 
 QString ProcessManager::defaultResourceDir() {
@@ -82,6 +80,20 @@ void ProcessManager::cancel() {
 void ProcessManager::cancelNow() {
     isCancelled_ = true;
     terminateIfRunning();
+}
+
+void ProcessManager::stopWithin(std::chrono::milliseconds grace) {
+    cancelNow();
+    std::unique_lock lock(taskLock_);
+    const auto loopsEnded = [this] { return activeLoops_ == 0; };
+    if (loopEnded_.wait_for(lock, grace, loopsEnded)) {
+        return;
+    }
+    if (task_.running) {
+        ::kill(task_.pid, SIGKILL);
+    }
+    // Nothing outlives SIGKILL, and a cancelled loop starts no new child.
+    loopEnded_.wait(lock, loopsEnded);
 }
 
 void ProcessManager::terminateCurrentTask() {
@@ -196,9 +208,10 @@ void ProcessManager::markLaunched(pid_t pid) {
     std::lock_guard lock(taskLock_);
     task_ = ProcessTask{.pid = pid, .running = true};
     // A cancel whose terminate step ran just before this launch found nothing to
-    // stop; end the new child here so that a cancelled manager runs nothing.
+    // stop; end the new child here so that a cancelled manager runs nothing. It has
+    // done nothing yet, and may be one that would ignore SIGTERM.
     if (isCancelled_) {
-        ::kill(pid, SIGTERM);
+        ::kill(pid, SIGKILL);
     }
 }
 

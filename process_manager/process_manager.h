@@ -9,6 +9,7 @@
 #include <QString>
 #include <QStringList>
 #include <atomic>
+#include <chrono>
 #include <concepts>
 #include <condition_variable>
 #include <cstdint>
@@ -61,6 +62,11 @@ public:
     // from the GUI thread while it joins the thread blocked in RunProces: a queued
     // terminate would never run there.
     void cancelNow();
+    // cancelNow(), then waits until the run loop has returned; a child that is still
+    // there after grace gets SIGKILL. A helper that ignores SIGTERM must not keep the
+    // application, and with it a desktop logout, waiting.
+    void stopWithin(std::chrono::milliseconds grace);
+    static constexpr std::chrono::seconds defaultStopGrace{2};
 
     void addArgument(const QString& value);
     template <typename T>

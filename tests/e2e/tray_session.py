@@ -4,6 +4,7 @@ second start and of an ending, and how a failed run is reported."""
 import os
 import subprocess
 import sys
+import time
 import traceback
 
 from virtual_desktop import StepFailed, wait_for
@@ -71,16 +72,20 @@ def second_start_hands_over(second, timeout=15):
           f"with status {second.returncode}, saying:\n{output}")
 
 
-def ends_with_its_helper(app, what):
-    """The application ends with status 0 after what, and its helper with it."""
+def ends_with_its_helper(app, what, within=15):
+    """The application ends with status 0 within that many seconds after what, and its
+    helper with it. Gives how long it took."""
+    started = time.monotonic()
     try:
-        status = app.wait(timeout=15)
+        status = app.wait(timeout=within)
     except subprocess.TimeoutExpired:
-        raise StepFailed(f"the application did not end after {what}") from None
+        raise StepFailed(f"the application still ran {within:g} s after {what}") from None
+    took = time.monotonic() - started
     check(status == 0, f"the application ended with status {status} after {what}")
     # The helper shares the application's process group; it must not outlive it.
     wait_for(lambda: not _process_group_exists(app.pid), 10,
              "the helper to end with the application")
+    return took
 
 
 def _process_group_exists(group):

@@ -1,6 +1,7 @@
 // A child for the process manager's tests.
 //   child_probe lock     a copy of the application: holds the instance lock until stdin closes
 //   child_probe app      the same, and answers a second start: prints "activated" each time
+//   child_probe stubborn a helper that ignores SIGTERM and waits for ever
 //   child_probe HEX ...  writes each hex-coded chunk as one read of its own
 
 #include <sys/ioctl.h>
@@ -9,6 +10,7 @@
 #include <QByteArray>
 #include <QCoreApplication>
 #include <QSocketNotifier>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 
@@ -34,6 +36,14 @@ int main(int argc, char** argv) {
             }
         });
         return QCoreApplication::exec();
+    }
+    if (argc == 2 && std::strcmp(argv[1], "stubborn") == 0) {
+        std::signal(SIGTERM, SIG_IGN);
+        std::printf("ignoring SIGTERM\n");
+        std::fflush(stdout);
+        for (;;) {
+            ::pause();
+        }
     }
     if (argc == 2 && std::strcmp(argv[1], "lock") == 0) {
         const QCoreApplication application(argc, argv);

@@ -69,6 +69,19 @@ TEST_F(ProcessManagerTest, CancelEndsTheRunningChildAndStartsNoOther) {
     EXPECT_TRUE(::kill(pid, 0) == -1 && errno == ESRCH);  // ended and reaped
 }
 
+TEST_F(ProcessManagerTest, StopWithinKillsAChildThatIgnoresSigtermOnceTheGraceIsOver) {
+    manager_.addArgument(QStringLiteral("stubborn"));
+    RunLoop loop(manager_, QStringLiteral(BRISVANE_CHILD_PROBE), true);
+    ASSERT_TRUE(WaitFor([&] { return !loop.chunks.isEmpty(); }));
+    const pid_t pid = manager_.task().pid;
+    manager_.stopWithin(std::chrono::milliseconds(200));
+    ASSERT_TRUE(loop.waitUntilEnded());
+
+    EXPECT_THAT(loop.chunks, ElementsAre("ignoring SIGTERM\n"));
+    EXPECT_EQ(loop.exits.size(), 1U) << "a stopped manager started another child";
+    EXPECT_TRUE(::kill(pid, 0) == -1 && errno == ESRCH);  // ended and reaped
+}
+
 TEST_F(ProcessManagerTest, AGrandchildHoldingThePipeDoesNotHoldTheRun) {
     RunLoop loop(manager_, script("sleep 600 &\nprintf '%s' \"$!\""), false);
     EXPECT_TRUE(loop.waitUntilEnded());
