@@ -27,4 +27,9 @@ void ExitAppIfAlreadyOpen();
 
 // The same check against a given lock file; false when another process holds it.
 bool AcquireInstanceLock(const QString& lockPath);
+// In $XDG_RUNTIME_DIR, else in PrivateTempFolder of the temp folder; empty when neither
+// is there.
 QString InstanceLockPath();
+// tempFolder/brisvane-<uid>, made with mode 0700 when missing; empty when it is not a
+// folder this user owns (another user may have made it first, or put a link there).
+QString PrivateTempFolder(const QString& tempFolder);

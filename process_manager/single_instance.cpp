@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <QDir>
@@ -20,10 +21,31 @@ constexpr std::chrono::seconds kActivationPatience{2};
 
 }  // namespace
 
+QString PrivateTempFolder(const QString& tempFolder) {
+    const QString folder = QDir(tempFolder).filePath(QStringLiteral("brisvane-%1").arg(::getuid()));
+    const QByteArray name = QFile::encodeName(folder);
+    if (::mkdir(name.constData(), 0700) == -1 && errno != EEXIST) {
+        return {};
+    }
+    // Anyone may have made it first, as a folder of their own or a link to one.
+    struct stat status = {};
+    if (::lstat(name.constData(), &status) == -1 || !S_ISDIR(status.st_mode) ||
+        status.st_uid != ::getuid()) {
+        return {};
+    }
+    if ((status.st_mode & 077) != 0 && ::chmod(name.constData(), 0700) == -1) {
+        return {};
+    }
+    return folder;
+}
+
 QString InstanceLockPath() {
     QString folder = qEnvironmentVariable("XDG_RUNTIME_DIR");
     if (folder.isEmpty()) {
-        folder = QDir::tempPath();
+        folder = PrivateTempFolder(QDir::tempPath());
+        if (folder.isEmpty()) {
+            return {};
+        }
     }
     return QDir(folder).filePath(QStringLiteral("app.brisvane.Brisvane.lock"));
 }
@@ -55,7 +77,15 @@ bool AcquireInstanceLock(const QString& lockPath) {
 }
 
 void ExitAppIfAlreadyOpen() {
-    if (AcquireInstanceLock(InstanceLockPath())) {
+    const QString lockPath = InstanceLockPath();
+    if (lockPath.isEmpty()) {
+        // A lock where another user could hold it would let them keep brisvane from
+        // starting; running unguarded is the lesser harm.
+        std::printf("instance lock error: no folder of this user's own for the lock\n");
+        std::fflush(stdout);
+        return;
+    }
+    if (AcquireInstanceLock(lockPath)) {
         // Taken together with the lock, so that a second start finds the name from the
         // first moment on.
         ClaimApplicationBusName();

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 
 #include <QFile>
 #include <QProcess>
@@ -79,6 +80,51 @@ TEST(InstanceLockTest, ASecondCopyPrintsTheLineAndExitsWhileTheFirstRuns) {
     EXPECT_EQ(first.state(), QProcess::Running);
     first.closeWriteChannel();
     EXPECT_TRUE(first.waitForFinished(kPatienceMs));
+}
+
+// Without a runtime folder the lock goes to the shared temp folder, where anyone could
+// take its name first: only a folder of this user's own is used there.
+TEST(InstanceLockTest, TheTempFolderFallbackIsAFolderOfTheUsersOwn) {
+    QTemporaryDir temp;
+    ASSERT_TRUE(temp.isValid());
+    const QString expected = temp.filePath(QStringLiteral("brisvane-%1").arg(::getuid()));
+
+    const auto mode = [&expected] {
+        struct stat status = {};
+        ::stat(QFile::encodeName(expected).constData(), &status);
+        return status.st_mode & 07777;
+    };
+    EXPECT_EQ(PrivateTempFolder(temp.path()), expected);
+    EXPECT_EQ(mode(), 0700U);
+    // One of the user's own that others may enter is closed again.
+    ASSERT_EQ(::chmod(QFile::encodeName(expected).constData(), 0777), 0);
+    EXPECT_EQ(PrivateTempFolder(temp.path()), expected);
+    EXPECT_EQ(mode(), 0700U);
+
+    // A link another user put there in its place, to a folder of the user's own even.
+    ASSERT_TRUE(QDir(expected).removeRecursively());
+    ASSERT_TRUE(QDir().mkpath(temp.filePath(QStringLiteral("elsewhere"))));
+    ASSERT_TRUE(QFile::link(temp.filePath(QStringLiteral("elsewhere")), expected));
+    EXPECT_EQ(PrivateTempFolder(temp.path()), QString());
+    ASSERT_TRUE(QFile::remove(expected));
+
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "only root can make a folder that another user owns";
+    }
+    ASSERT_TRUE(QDir().mkpath(expected));
+    ASSERT_EQ(::chown(QFile::encodeName(expected).constData(), 65534, 65534), 0);
+    EXPECT_EQ(PrivateTempFolder(temp.path()), QString());
+
+    // And a copy started there runs rather than believing itself a second one.
+    qunsetenv("XDG_RUNTIME_DIR");
+    qputenv("TMPDIR", QFile::encodeName(temp.path()));
+    QProcess copy;
+    copy.start(QStringLiteral(BRISVANE_CHILD_PROBE), {QStringLiteral("lock")});
+    copy.closeWriteChannel();
+    ASSERT_TRUE(copy.waitForFinished(kPatienceMs));
+    EXPECT_EQ(copy.readAll(),
+              "instance lock error: no folder of this user's own for the lock\n"
+              "holding the instance lock\n");
 }
 
 }  // namespace
