@@ -211,22 +211,18 @@ QFuture<QByteArray> PollManager::requestJSONText(QByteArray messageJSON, std::in
                 fail();
                 return;
             }
-            transport_->post(
-                std::move(body), url, bearerToken_,
-                [this, promise, fail](LoopbackTransport::Result result) {
-                    try {
-                        if (auto* error = std::get_if<std::error_code>(&result)) {
-                            throw std::system_error(*error);
-                        }
-                        promise->addResult(decryptJSONText(std::get<QByteArray>(result), *kes_,
-                                                           [this](const QString& additionalData) {
-                                                               return authTimestamp(additionalData);
-                                                           }));
-                        promise->finish();
-                    } catch (...) {
-                        fail();
-                    }
-                });
+            transport_->post(std::move(body), url, bearerToken_,
+                             [this, promise, fail](LoopbackTransport::Result result) {
+                                 try {
+                                     if (auto* error = std::get_if<std::error_code>(&result)) {
+                                         throw std::system_error(*error);
+                                     }
+                                     promise->addResult(openAnswer(std::get<QByteArray>(result)));
+                                     promise->finish();
+                                 } catch (...) {
+                                     fail();
+                                 }
+                             });
         },
         Qt::QueuedConnection);
     return future;
@@ -239,6 +235,12 @@ QByteArray PollManager::decryptJSONText(QByteArrayView data, const KeyExchangeSt
     QByteArray text = store.decryptAEADStore(envelope);
     checkAuth(envelope, auth);
     return text;
+}
+
+QByteArray PollManager::openAnswer(QByteArrayView body) {
+    return decryptJSONText(body, *kes_, [this](const QString& additionalData) {
+        return authTimestamp(additionalData);
+    });
 }
 
 void PollManager::checkAuth(const KeyExchangeAEADStore& envelope, const KeyExchangeAuth& auth) {

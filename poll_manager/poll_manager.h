@@ -101,6 +101,9 @@ public:
     // The same checks, for a caller that reads the plaintext JSON itself.
     QByteArray decryptJSONText(QByteArrayView data, const KeyExchangeStore& store,
                                const KeyExchangeAuth& auth) const;
+    // A received answer opened the way requestJSONText opens it: with this manager's store,
+    // and fresh by authTimestamp. Throws std::system_error when it is not.
+    QByteArray openAnswer(QByteArrayView body);
 
     // POSTs the value's JSON to http://127.0.0.1:port/path; the future holds the
     // body of a 200 answer, or the error.
@@ -133,6 +136,10 @@ public:
     // No silence watch unless a caller asks for one.
     static constexpr double defaultPingTimeLimit = 0.0;
 
+    // One chunk of the helper's output, as one read returned it: a public key block in it
+    // becomes the helper's key; a block that is no key ends the helper's run.
+    void watchForKeyBlock(const QString& chunk);
+
     // Blocks until the helper's run loop ends: call it from a background thread.
     // standardOutput runs on the pipe reader's thread; pingTimeout on the GUI thread.
     void subscribeWithBinary(const std::optional<QString>& binURL, bool withRetry,
@@ -156,7 +163,6 @@ private:
     }
     static void checkAuth(const KeyExchangeAEADStore& envelope, const KeyExchangeAuth& auth);
     void startPingTimer(double pingTimeLimit, std::function<void()> pingTimeout);
-    void watchForKeyBlock(const QString& chunk);
 
     QString bearerToken_;
     KeyExchangeStoreFunction keyExchangeStoreFunction_;
