@@ -8,6 +8,23 @@ namespace {
 
 const QString kMainGroup = QStringLiteral("Desktop Entry");
 
+// Only ASCII blanks surround a key, a value or a line, as the desktop's key-file reader has
+// it: other white space, such as a no-break space, is part of the value and ends a program
+// path as much as any letter does.
+bool isBlank(QChar c) {
+    return c == u' ' || c == u'\t' || c == u'\r' || c == u'\v' || c == u'\f';
+}
+
+QStringView trimmedBlanks(QStringView text) {
+    while (!text.isEmpty() && isBlank(text.front())) {
+        text = text.sliced(1);
+    }
+    while (!text.isEmpty() && isBlank(text.back())) {
+        text.chop(1);
+    }
+    return text;
+}
+
 // Letters, digits and "-", optionally followed by a "[locale]" suffix.
 bool isKey(QStringView key) {
     const qsizetype bracket = key.indexOf(u'[');
@@ -37,7 +54,7 @@ std::optional<QHash<QString, QString>> mainGroup(const QByteArray& text) {
     QHash<QString, QString> keys;
     std::optional<QString> group;
     for (QStringView rawLine : QStringView(decoded).split(u'\n')) {
-        const QStringView line = rawLine.trimmed();
+        const QStringView line = trimmedBlanks(rawLine);
         if (line.isEmpty() || line.startsWith(u'#')) {
             continue;
         }
@@ -57,12 +74,12 @@ std::optional<QHash<QString, QString>> mainGroup(const QByteArray& text) {
         if (!group || equals < 0) {
             return std::nullopt;
         }
-        const QStringView key = line.first(equals).trimmed();
+        const QStringView key = trimmedBlanks(line.first(equals));
         if (!isKey(key)) {
             return std::nullopt;
         }
         if (*group == kMainGroup) {
-            keys.insert(key.toString(), line.sliced(equals + 1).trimmed().toString());
+            keys.insert(key.toString(), trimmedBlanks(line.sliced(equals + 1)).toString());
         }
     }
     if (!group) {

@@ -10,6 +10,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include "app/platform/desktop_entry.h"
 #include "app/platform/toggle_switch.h"
 #include "support/scoped_environment.h"
 
@@ -99,6 +100,21 @@ TEST_F(LaunchAtLoginTest, ReadsOnlyAnActiveApplicationEntryAsOn) {
         writeEntry(text);
         EXPECT_EQ(LaunchAtLogin::isEnabled(), enabled) << text.toStdString();
     }
+}
+
+TEST(DesktopEntry, ExecOfAPathWithNonAsciiBlanksAtItsEndsReadsBackUnchanged) {
+    for (const QString& path :
+         {QStringLiteral("/opt/brisvane\u00a0"), QStringLiteral("\u2028/opt/brisvane"),
+          QStringLiteral("/opt/brisvane\u3000"), QStringLiteral("/opt/bris vane\u0085")}) {
+        const QString exec = DesktopEntry::execValue(path);
+        const auto keys = DesktopEntry::mainGroup("[Desktop Entry]\nExec=" + exec.toUtf8() + '\n');
+        ASSERT_TRUE(keys.has_value());
+        EXPECT_EQ(keys->value(QStringLiteral("Exec")), exec) << path.toStdString();
+    }
+    // ASCII blanks around keys, values and lines are still not part of them.
+    const auto keys = DesktopEntry::mainGroup("\t[Desktop Entry] \r\n Type = Application\t\r\n");
+    ASSERT_TRUE(keys.has_value());
+    EXPECT_EQ(keys->value(QStringLiteral("Type")), QStringLiteral("Application"));
 }
 
 TEST_F(LaunchAtLoginTest, FailuresAreLoggedOnceAndTheGetterTellsTheTruth) {
