@@ -18,7 +18,7 @@ source_dir=$(cd "$(dirname "$0")/.." && pwd)
 build_dir=$(cd "$1" && pwd)
 seconds=${2:-60}
 targets=(fuzz_pem fuzz_envelope fuzz_records fuzz_answer fuzz_open_answer fuzz_output_key
-         fuzz_appcast fuzz_version_order fuzz_update_archive)
+         fuzz_appcast fuzz_version_order fuzz_update_archive fuzz_autostart_entry)
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

@@ -54,18 +54,6 @@ bool isFalse(const QString& value) {
     return value == u"false" || value == u"0";
 }
 
-QByteArray entryText() {
-    const QString exec = DesktopEntry::execValue(QCoreApplication::applicationFilePath());
-    return QStringLiteral(
-               "[Desktop Entry]\n"
-               "Type=Application\n"
-               "Name=brisvane\n"
-               "Exec=%1\n"
-               "X-GNOME-Autostart-enabled=true\n")
-        .arg(exec)
-        .toUtf8();
-}
-
 // Each returns a description of the failure, or nothing when it worked.
 std::optional<QString> registerEntry() {
     const QString path = autostartEntryPath();
@@ -76,8 +64,9 @@ std::optional<QString> registerEntry() {
         return QStringLiteral("cannot create %1: %2").arg(folder, describe(error));
     }
     // Written beside the entry and renamed over it, so the session never reads half an entry.
+    const QByteArray text = entryText(QCoreApplication::applicationFilePath());
     QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(entryText()) < 0 || !file.commit()) {
+    if (!file.open(QIODevice::WriteOnly) || file.write(text) < 0 || !file.commit()) {
         return QStringLiteral("cannot write %1: %2").arg(path, file.errorString());
     }
     return std::nullopt;
@@ -106,6 +95,17 @@ QString autostartEntryPath() {
         configHome = QFile::decodeName(qgetenv("HOME")) + QStringLiteral("/.config");
     }
     return configHome + QStringLiteral("/autostart/") + QLatin1String(kEntryFileName);
+}
+
+QByteArray entryText(const QString& programPath) {
+    return QStringLiteral(
+               "[Desktop Entry]\n"
+               "Type=Application\n"
+               "Name=brisvane\n"
+               "Exec=%1\n"
+               "X-GNOME-Autostart-enabled=true\n")
+        .arg(DesktopEntry::execValue(programPath))
+        .toUtf8();
 }
 
 bool isEnabled() {

@@ -4,6 +4,7 @@
 // autostart entry: the entry is the only state, nothing else is stored. The switch
 // views bind to one shared observable object.
 
+#include <QByteArray>
 #include <QObject>
 #include <QString>
 #include <QWidget>
@@ -25,6 +26,9 @@ void setEnabled(bool enabled);
 
 // $XDG_CONFIG_HOME/autostart/app.brisvane.Brisvane.desktop, ~/.config by default.
 QString autostartEntryPath();
+
+// The entry setEnabled(true) writes to start the program at that path.
+QByteArray entryText(const QString& programPath);
 
 // Receives each log entry (syslog priority, the line with its category); by default
 // the entries go to syslog(3) under the identifier "app.brisvane.Brisvane.LaunchAtLogin".
