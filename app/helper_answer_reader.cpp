@@ -66,7 +66,9 @@ std::optional<QList<QByteArrayView>> SplitJSONArray(QByteArrayView text) {
         } else if (c == '"') {
             inString = true;
         } else if (c == '[' || c == '{') {
-            ++depth;
+            if (++depth > kSplitJSONArrayMaxDepth) {
+                return std::nullopt;
+            }
         } else if (c == ']' || c == '}') {
             if (--depth < 0) {
                 return std::nullopt;

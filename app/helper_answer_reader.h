@@ -17,6 +17,12 @@
 // nothing when the text is not an array or its separators are malformed. Only
 // the array's own structure is checked here: each element is checked when it is
 // parsed.
+//
+// Nothing either when an element nests deeper than kSplitJSONArrayMaxDepth: parsed
+// alone, an element is one level shallower than inside its array, so near the
+// parser's nesting limit it could pass where the whole text fails. Folders are
+// flat; such text is left to the full parse.
+inline constexpr int kSplitJSONArrayMaxDepth = 64;
 std::optional<QList<QByteArrayView>> SplitJSONArray(QByteArrayView text);
 
 class HelperAnswerReader {

@@ -45,6 +45,23 @@ TEST(SplitJSONArray, FindsElementsAcrossStringsEscapesAndNesting) {
     }
 }
 
+TEST(HelperAnswerReader, AFolderNestedToTheParsersLimitIsJudgedAsTheWholeText) {
+    // Alone, the folder is within the parser's nesting limit; inside its array it is one
+    // level past it, so the whole text is no JSON.
+    const QByteArray deep = QByteArray(1023, '[') + QByteArray(1023, ']');
+    QByteArray text = JSONEncode(folders(1, u"1 of 6"_s));
+    text.insert(text.size() - 2, ",\"x\":" + deep);
+    HelperAnswerReader reader;
+    EXPECT_TRUE(std::holds_alternative<UndecodableAnswer>(reader.read(text)));
+
+    // Nesting the short cut leaves to the full parse still reads as a folder list.
+    QByteArray nested = JSONEncode(folders(1, u"1 of 6"_s));
+    nested.insert(nested.size() - 2, ",\"x\":" + QByteArray(kSplitJSONArrayMaxDepth, '[') +
+                                         QByteArray(kSplitJSONArrayMaxDepth, ']'));
+    EXPECT_FALSE(SplitJSONArray(nested).has_value());
+    EXPECT_EQ(std::get<QList<DirItem>>(reader.read(nested)), folders(1, u"1 of 6"_s));
+}
+
 TEST(HelperAnswerReader, ReusedFoldersAlwaysMatchAFullRead) {
     HelperAnswerReader reader;
     QList<DirItem> report = folders(50, u"1 of 6"_s);

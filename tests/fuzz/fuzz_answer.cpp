@@ -61,9 +61,12 @@ std::optional<QJsonValue> parsedElement(QByteArrayView element) {
     return wrapped->toArray().at(0);
 }
 
+// The splitter leaves text nested deeper than its limit to the full parse; with no more
+// brackets than that, no element can be so deep.
 void checkSplit(const QByteArray& text) {
     const std::optional<QJsonValue> value = parsed(text);
-    if (!value || !value->isArray()) {
+    if (!value || !value->isArray() ||
+        text.count('[') + text.count('{') > kSplitJSONArrayMaxDepth + 1) {
         return;
     }
     const QJsonArray array = value->toArray();
