@@ -15,6 +15,7 @@ packages=(
     xvfb openbox trayer xdotool imagemagick x11-utils libxcb1-dev
     dbus dbus-x11 at-spi2-core python3-pyatspi
     sway waybar grim qt6-wayland wtype jq python3-pil
+    passwd fonts-dejavu-core
     desktop-file-utils appstream dpkg-dev debootstrap file lintian
 )
 
