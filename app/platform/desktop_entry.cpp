@@ -8,11 +8,12 @@ namespace {
 
 const QString kMainGroup = QStringLiteral("Desktop Entry");
 
-// Only ASCII blanks surround a key, a value or a line, as the desktop's key-file reader has
-// it: other white space, such as a no-break space, is part of the value and ends a program
-// path as much as any letter does.
+// Only spaces and tabs surround a key, a value or a line (and a carriage return ends one):
+// any other white space, such as a form feed or a no-break space, is part of the value and
+// ends a program path as much as any letter does, since the Exec= writer quotes or escapes
+// exactly these.
 bool isBlank(QChar c) {
-    return c == u' ' || c == u'\t' || c == u'\r' || c == u'\v' || c == u'\f';
+    return c == u' ' || c == u'\t' || c == u'\r';
 }
 
 QStringView trimmedBlanks(QStringView text) {

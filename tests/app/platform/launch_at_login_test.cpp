@@ -102,16 +102,17 @@ TEST_F(LaunchAtLoginTest, ReadsOnlyAnActiveApplicationEntryAsOn) {
     }
 }
 
-TEST(DesktopEntry, ExecOfAPathWithNonAsciiBlanksAtItsEndsReadsBackUnchanged) {
+TEST(DesktopEntry, ExecOfAPathWithOtherWhiteSpaceAtItsEndsReadsBackUnchanged) {
     for (const QString& path :
          {QStringLiteral("/opt/brisvane\u00a0"), QStringLiteral("\u2028/opt/brisvane"),
-          QStringLiteral("/opt/brisvane\u3000"), QStringLiteral("/opt/bris vane\u0085")}) {
+          QStringLiteral("/opt/brisvane\u3000"), QStringLiteral("/opt/bris vane\u0085"),
+          QStringLiteral("/opt/brisvane\f"), QStringLiteral("\v/opt/brisvane")}) {
         const QString exec = DesktopEntry::execValue(path);
         const auto keys = DesktopEntry::mainGroup("[Desktop Entry]\nExec=" + exec.toUtf8() + '\n');
         ASSERT_TRUE(keys.has_value());
         EXPECT_EQ(keys->value(QStringLiteral("Exec")), exec) << path.toStdString();
     }
-    // ASCII blanks around keys, values and lines are still not part of them.
+    // Spaces, tabs and carriage returns around keys, values and lines are not part of them.
     const auto keys = DesktopEntry::mainGroup("\t[Desktop Entry] \r\n Type = Application\t\r\n");
     ASSERT_TRUE(keys.has_value());
     EXPECT_EQ(keys->value(QStringLiteral("Type")), QStringLiteral("Application"));
