@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QPointer>
 #include <QTimer>
 #include <cstdio>
 #include <cstdlib>
@@ -102,7 +103,14 @@ void ItemsProvider::startRequestLoop() {
 }
 
 void ItemsProvider::sendPing() {
-    send(pingMessage()).then(this, [this] { startRequestLoop(); });
+    // The answer was applied on the GUI thread, where this runs then too. A ping still on
+    // its way when the model goes away ends cancelled, from the model's own destruction,
+    // when a continuation bound to the model would find it gone.
+    send(pingMessage()).then(QtFuture::Launch::Sync, [model = QPointer<ItemsProvider>(this)] {
+        if (model) {
+            model->startRequestLoop();
+        }
+    });
 }
 
 const QByteArray& ItemsProvider::pingMessage() {

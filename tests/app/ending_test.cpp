@@ -66,9 +66,10 @@ protected:
             ::killpg(static_cast<pid_t>(app_.processId()), SIGKILL);
             app_.waitForFinished();
         }
+        const std::string output = app_.readAll().toStdString();
         EXPECT_TRUE(ended) << "still running " << took << " ms after " << cause;
-        EXPECT_EQ(app_.exitStatus(), QProcess::NormalExit) << cause;
-        EXPECT_EQ(app_.exitCode(), 0) << cause;
+        EXPECT_EQ(app_.exitStatus(), QProcess::NormalExit) << cause << ", saying:\n" << output;
+        EXPECT_EQ(app_.exitCode(), 0) << cause << ", saying:\n" << output;
         std::printf("ended %lld ms after %s\n", static_cast<long long>(took), cause);
     }
 
