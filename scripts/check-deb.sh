@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds brisvane's Debian package from a build folder, or takes a finished package, and
-# checks what a user would get: the files it holds, its control fields, its desktop files
-# and the link paths of its programs. Touches nothing outside a temporary folder unless
+# checks what a user would get: the files it holds, its control fields, its desktop files,
+# the link paths of its programs, and what Debian's lintian says of it. Touches nothing outside a temporary folder unless
 # asked to install.
 #
 #   scripts/check-deb.sh [options] <build folder | brisvane_<version>_<arch>.deb>
@@ -111,6 +111,14 @@ check "description has a summary and a long text" \
     test "$(field Description | wc -l)" -ge 2
 # Without dpkg-shlibdeps the list would be empty: this proves it ran.
 check "shared-library dependencies computed" grep -q 'libc6' <<<"$(field Depends)"
+# Debian's own checker: any error or warning fails. Informational tags are shown but do
+# not fail: they are suggestions, such as linking with -z now, rather than faults.
+if command -v lintian >/dev/null; then
+    check "lintian finds no error and no warning" \
+        lintian --fail-on error,warning --display-info --tag-display-limit 0 "$deb"
+else
+    echo "skipped: lintian is not installed"
+fi
 
 # --- the files it holds ------------------------------------------------------------------
 
