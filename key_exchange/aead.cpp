@@ -173,7 +173,8 @@ void RequireCombined(QByteArrayView combined) {
     }
 }
 
-QByteArray DecodeOrStop(QStringView text, const char* what) {
+template <typename Text>
+QByteArray DecodeOrStop(Text text, const char* what) {
     std::optional<QByteArray> bytes = Base64Decode(text);
     if (!bytes) {
         KeyExchangeFatal(what);
@@ -184,10 +185,10 @@ QByteArray DecodeOrStop(QStringView text, const char* what) {
 // Opens the combined form straight from its base64 text, chunk by chunk. A character outside
 // the alphabet stops the program wherever it is found, and the tag is only known at the end,
 // so nothing is reported before the whole text has been read, as with decoding it first.
-QByteArray OpenText(const EVP_CIPHER* cipher, const SymmetricKey& key, QStringView text,
-                    qsizetype combinedSize, QByteArrayView additionalData) {
-    const char16_t* in = text.utf16();
-    const qsizetype groupCount = text.size() / 4;
+template <typename Char>
+QByteArray OpenText(const EVP_CIPHER* cipher, const SymmetricKey& key, const Char* in,
+                    qsizetype length, qsizetype combinedSize, QByteArrayView additionalData) {
+    const qsizetype groupCount = length / 4;
     std::array<unsigned char, kNonceSize> nonce{};
     if (!Base64DecodeGroups(in, kNonceSize / 3, nonce.data())) {
         KeyExchangeFatal("the ciphertext is not base64");
@@ -297,14 +298,14 @@ QByteArray ChaChaPolyDecrypt(const SymmetricKey& key, QByteArrayView combined,
     return Open(ChaChaPoly(key.size()), key, combined, additionalData);
 }
 
-QString AEADEncrypt(KeyExchangeAEAD aead, const SymmetricKey& key, QByteArrayView plaintext,
-                    QByteArrayView aeadNonce, QByteArrayView additionalData) {
+namespace {
+
+template <typename Char>
+void SealText(KeyExchangeAEAD aead, const SymmetricKey& key, QByteArrayView plaintext,
+              QByteArrayView aeadNonce, QByteArrayView additionalData, Char* out) {
     RequireKnown(aead);
     RequireNonce(aeadNonce);
     CipherRun run(CipherFor(aead, key.size()), true, key, Bytes(aeadNonce), additionalData);
-
-    QString text(Base64EncodedLength(kNonceSize + plaintext.size() + kTagSize), Qt::Uninitialized);
-    auto* out = reinterpret_cast<char16_t*>(text.data());
     Base64EncodeGroups(Bytes(aeadNonce), kNonceSize / 3, out);
     out += Base64EncodedLength(kNonceSize);
 
@@ -325,12 +326,11 @@ QString AEADEncrypt(KeyExchangeAEAD aead, const SymmetricKey& key, QByteArrayVie
     const qsizetype tail = left + kTagSize;
     Base64EncodeGroups(chunk.data(), tail / 3, out);
     Base64EncodeLastGroup(chunk.data() + tail / 3 * 3, tail % 3, out + tail / 3 * 4);
-    return text;
 }
 
-QByteArray AEADDecrypt(KeyExchangeAEAD aead, const SymmetricKey& key, QStringView ciphertext,
-                       QStringView aeadNonce, QStringView additionalData) {
-    Q_UNUSED(aeadNonce);  // only the nonce inside the combined form counts
+template <typename Char, typename Text>
+QByteArray DecryptText(KeyExchangeAEAD aead, const SymmetricKey& key, Text ciphertext,
+                       Text additionalData) {
     RequireKnown(aead);
     const std::optional<qsizetype> combinedSize = Base64DecodedLength(ciphertext);
     if (!combinedSize) {
@@ -348,5 +348,38 @@ QByteArray AEADDecrypt(KeyExchangeAEAD aead, const SymmetricKey& key, QStringVie
         return aead == KeyExchangeAEAD::aesgcm ? AESGCMDecrypt(key, combined, authenticated)
                                                : ChaChaPolyDecrypt(key, combined, authenticated);
     }
-    return OpenText(CipherFor(aead, key.size()), key, ciphertext, *combinedSize, authenticated);
+    return OpenText(CipherFor(aead, key.size()), key,
+                    reinterpret_cast<const Char*>(ciphertext.data()), ciphertext.size(),
+                    *combinedSize, authenticated);
+}
+
+}  // namespace
+
+QString AEADEncrypt(KeyExchangeAEAD aead, const SymmetricKey& key, QByteArrayView plaintext,
+                    QByteArrayView aeadNonce, QByteArrayView additionalData) {
+    QString text(Base64EncodedLength(kNonceSize + plaintext.size() + kTagSize), Qt::Uninitialized);
+    SealText(aead, key, plaintext, aeadNonce, additionalData,
+             reinterpret_cast<char16_t*>(text.data()));
+    return text;
+}
+
+void AEADEncryptInto(KeyExchangeAEAD aead, const SymmetricKey& key, QByteArrayView plaintext,
+                     QByteArrayView aeadNonce, QByteArrayView additionalData, char* out) {
+    SealText(aead, key, plaintext, aeadNonce, additionalData, out);
+}
+
+qsizetype AEADCiphertextTextLength(qsizetype plaintextSize) {
+    return Base64EncodedLength(kNonceSize + plaintextSize + kTagSize);
+}
+
+QByteArray AEADDecrypt(KeyExchangeAEAD aead, const SymmetricKey& key, QStringView ciphertext,
+                       QStringView aeadNonce, QStringView additionalData) {
+    Q_UNUSED(aeadNonce);  // only the nonce inside the combined form counts
+    return DecryptText<char16_t>(aead, key, ciphertext, additionalData);
+}
+
+QByteArray AEADDecrypt(KeyExchangeAEAD aead, const SymmetricKey& key, QByteArrayView ciphertext,
+                       QByteArrayView aeadNonce, QByteArrayView additionalData) {
+    Q_UNUSED(aeadNonce);
+    return DecryptText<char>(aead, key, ciphertext, additionalData);
 }

@@ -3,17 +3,19 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 namespace {
 
 constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 // Every 12-bit value as its two characters, so one lookup writes half a group.
+template <typename Char>
 constexpr auto kPairs = [] {
-    std::array<std::array<char16_t, 2>, 4096> pairs{};
+    std::array<std::array<Char, 2>, 4096> pairs{};
     for (unsigned value = 0; value < 4096; ++value) {
-        pairs[value] = {static_cast<char16_t>(kAlphabet[value >> 6]),
-                        static_cast<char16_t>(kAlphabet[value & 0x3F])};
+        pairs[value] = {static_cast<Char>(kAlphabet[value >> 6]),
+                        static_cast<Char>(kAlphabet[value & 0x3F])};
     }
     return pairs;
 }();
@@ -23,7 +25,7 @@ constexpr auto kPairs = [] {
 // finds it.
 constexpr std::uint32_t kInvalid = 0xFF000000u;
 
-constexpr std::array<std::uint32_t, 256> ShiftedTable(int shift) {
+constexpr std::array<std::uint32_t, 256> shiftedTable(int shift) {
     std::array<std::uint32_t, 256> table{};
     table.fill(kInvalid);
     for (std::uint32_t value = 0; value < 64; ++value) {
@@ -32,14 +34,14 @@ constexpr std::array<std::uint32_t, 256> ShiftedTable(int shift) {
     return table;
 }
 
-constexpr auto kDecode0 = ShiftedTable(18);
-constexpr auto kDecode1 = ShiftedTable(12);
-constexpr auto kDecode2 = ShiftedTable(6);
-constexpr auto kDecode3 = ShiftedTable(0);
+constexpr auto kDecode0 = shiftedTable(18);
+constexpr auto kDecode1 = shiftedTable(12);
+constexpr auto kDecode2 = shiftedTable(6);
+constexpr auto kDecode3 = shiftedTable(0);
 
 // The group's 24 bits, or a value with bits above them set when a character is not in the
 // alphabet; characters beyond one byte never reach the tables.
-inline std::uint32_t DecodeGroup(const char16_t* in) {
+inline std::uint32_t decodeGroup(const char16_t* in) {
     const char16_t a = in[0], b = in[1], c = in[2], d = in[3];
     if (((a | b | c | d) >> 8) != 0) {
         return kInvalid;
@@ -47,26 +49,30 @@ inline std::uint32_t DecodeGroup(const char16_t* in) {
     return kDecode0[a] | kDecode1[b] | kDecode2[c] | kDecode3[d];
 }
 
-inline void WritePair(char16_t* out, std::uint32_t twelveBits) {
-    std::memcpy(out, kPairs[twelveBits].data(), sizeof(char16_t) * 2);
+inline std::uint32_t decodeGroup(const char* in) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(in);
+    return kDecode0[bytes[0]] | kDecode1[bytes[1]] | kDecode2[bytes[2]] | kDecode3[bytes[3]];
 }
 
-}  // namespace
+template <typename Char>
+inline void writePair(Char* out, std::uint32_t twelveBits) {
+    std::memcpy(out, kPairs<Char>[twelveBits].data(), sizeof(Char) * 2);
+}
 
-namespace base64_detail {
-
-void EncodeGroupsScalar(const unsigned char* in, qsizetype groupCount, char16_t* out) {
+template <typename Char>
+void encodeGroupsPortable(const unsigned char* in, qsizetype groupCount, Char* out) {
     for (qsizetype group = 0; group < groupCount; ++group, in += 3, out += 4) {
         const std::uint32_t bits =
             (std::uint32_t{in[0]} << 16) | (std::uint32_t{in[1]} << 8) | in[2];
-        WritePair(out, bits >> 12);
-        WritePair(out + 2, bits & 0xFFF);
+        writePair(out, bits >> 12);
+        writePair(out + 2, bits & 0xFFF);
     }
 }
 
-bool DecodeGroupsScalar(const char16_t* in, qsizetype groupCount, unsigned char* out) {
+template <typename Char>
+bool decodeGroupsPortable(const Char* in, qsizetype groupCount, unsigned char* out) {
     for (qsizetype group = 0; group < groupCount; ++group, in += 4, out += 3) {
-        const std::uint32_t bits = DecodeGroup(in);
+        const std::uint32_t bits = decodeGroup(in);
         if ((bits >> 24) != 0) {
             return false;
         }
@@ -75,6 +81,26 @@ bool DecodeGroupsScalar(const char16_t* in, qsizetype groupCount, unsigned char*
         out[2] = static_cast<unsigned char>(bits);
     }
     return true;
+}
+
+}  // namespace
+
+namespace base64_detail {
+
+void EncodeGroupsScalar(const unsigned char* in, qsizetype groupCount, char16_t* out) {
+    encodeGroupsPortable(in, groupCount, out);
+}
+
+void EncodeGroupsScalar(const unsigned char* in, qsizetype groupCount, char* out) {
+    encodeGroupsPortable(in, groupCount, out);
+}
+
+bool DecodeGroupsScalar(const char16_t* in, qsizetype groupCount, unsigned char* out) {
+    return decodeGroupsPortable(in, groupCount, out);
+}
+
+bool DecodeGroupsScalar(const char* in, qsizetype groupCount, unsigned char* out) {
+    return decodeGroupsPortable(in, groupCount, out);
 }
 
 bool CpuHasAvx2() {
@@ -90,41 +116,117 @@ bool CpuHasAvx2() {
 
 namespace {
 
+template <typename Char>
 struct GroupCoder {
-    void (*encode)(const unsigned char*, qsizetype, char16_t*);
-    bool (*decode)(const char16_t*, qsizetype, unsigned char*);
+    void (*encode)(const unsigned char*, qsizetype, Char*);
+    bool (*decode)(const Char*, qsizetype, unsigned char*);
 };
 
-// The widest coder the processor runs, chosen on first use.
-const GroupCoder& ActiveCoder() {
-    static const GroupCoder coder = [] {
-        if (base64_detail::CpuHasAvx512Vbmi()) {
-            return GroupCoder{base64_detail::EncodeGroupsAvx512, base64_detail::DecodeGroupsAvx512};
+// The widest coder the processor runs for each width, chosen on first use.
+template <typename Char>
+const GroupCoder<Char>& activeCoder() {
+    using namespace base64_detail;
+    static const GroupCoder<Char> coder = [] {
+        if constexpr (std::is_same_v<Char, char16_t>) {
+            if (CpuHasAvx512Vbmi()) {
+                return GroupCoder<Char>{EncodeGroupsAvx512, DecodeGroupsAvx512};
+            }
         }
-        if (base64_detail::CpuHasAvx2()) {
-            return GroupCoder{base64_detail::EncodeGroupsAvx2, base64_detail::DecodeGroupsAvx2};
+        if (CpuHasAvx2()) {
+            return GroupCoder<Char>{EncodeGroupsAvx2, DecodeGroupsAvx2};
         }
-        return GroupCoder{base64_detail::EncodeGroupsScalar, base64_detail::DecodeGroupsScalar};
+        return GroupCoder<Char>{EncodeGroupsScalar, DecodeGroupsScalar};
     }();
     return coder;
 }
 
-}  // namespace
-
-void Base64EncodeGroups(const unsigned char* in, qsizetype groupCount, char16_t* out) {
-    ActiveCoder().encode(in, groupCount, out);
-}
-
-qsizetype Base64EncodeLastGroup(const unsigned char* in, qsizetype byteCount, char16_t* out) {
+template <typename Char>
+qsizetype encodeLastGroup(const unsigned char* in, qsizetype byteCount, Char* out) {
     if (byteCount == 0) {
         return 0;
     }
     const std::uint32_t second = byteCount == 2 ? in[1] : 0;
     const std::uint32_t bits = (std::uint32_t{in[0]} << 16) | (second << 8);
-    WritePair(out, bits >> 12);
-    out[2] = byteCount == 2 ? kPairs[bits & 0xFFF][0] : u'=';
-    out[3] = u'=';
+    writePair(out, bits >> 12);
+    out[2] = byteCount == 2 ? kPairs<Char>[bits & 0xFFF][0] : Char('=');
+    out[3] = Char('=');
     return 4;
+}
+
+template <typename Char>
+std::optional<qsizetype> decodedLength(const Char* text, qsizetype length) {
+    if (length % 4 != 0) {
+        return std::nullopt;
+    }
+    if (length == 0) {
+        return 0;
+    }
+    const qsizetype padding = text[length - 1] != Char('=')   ? 0
+                              : text[length - 2] != Char('=') ? 1
+                                                              : 2;
+    return length / 4 * 3 - padding;
+}
+
+template <typename Char>
+int decodeLastGroup(const Char* in, unsigned char* out) {
+    if (in[3] != Char('=')) {
+        return decodeGroupsPortable(in, 1, out) ? 3 : -1;
+    }
+    // A padded group: the padding replaces the last one or two characters, and the bits
+    // those characters would have carried must be zero.
+    const bool twoBytes = in[2] != Char('=');
+    const Char padded[4] = {in[0], in[1], twoBytes ? in[2] : Char('A'), Char('A')};
+    const std::uint32_t bits = decodeGroup(padded);
+    const std::uint32_t unusedBits = twoBytes ? 0xFFu : 0xFFFFu;
+    if ((bits >> 24) != 0 || (bits & unusedBits) != 0) {
+        return -1;
+    }
+    out[0] = static_cast<unsigned char>(bits >> 16);
+    if (twoBytes) {
+        out[1] = static_cast<unsigned char>(bits >> 8);
+    }
+    return twoBytes ? 2 : 1;
+}
+
+template <typename Char>
+std::optional<QByteArray> decode(const Char* in, qsizetype size) {
+    const std::optional<qsizetype> length = decodedLength(in, size);
+    if (!length) {
+        return std::nullopt;
+    }
+    if (size == 0) {
+        return QByteArray();
+    }
+    const qsizetype groupCount = size / 4;
+    QByteArray bytes(groupCount * 3, Qt::Uninitialized);
+    auto* out = reinterpret_cast<unsigned char*>(bytes.data());
+    if (!activeCoder<Char>().decode(in, groupCount - 1, out)) {
+        return std::nullopt;
+    }
+    const int last = decodeLastGroup(in + 4 * (groupCount - 1), out + 3 * (groupCount - 1));
+    if (last < 0) {
+        return std::nullopt;
+    }
+    bytes.truncate(3 * (groupCount - 1) + last);
+    return bytes;
+}
+
+}  // namespace
+
+void Base64EncodeGroups(const unsigned char* in, qsizetype groupCount, char16_t* out) {
+    activeCoder<char16_t>().encode(in, groupCount, out);
+}
+
+void Base64EncodeGroups(const unsigned char* in, qsizetype groupCount, char* out) {
+    activeCoder<char>().encode(in, groupCount, out);
+}
+
+qsizetype Base64EncodeLastGroup(const unsigned char* in, qsizetype byteCount, char16_t* out) {
+    return encodeLastGroup(in, byteCount, out);
+}
+
+qsizetype Base64EncodeLastGroup(const unsigned char* in, qsizetype byteCount, char* out) {
+    return encodeLastGroup(in, byteCount, out);
 }
 
 QString Base64Encode(QByteArrayView bytes) {
@@ -138,60 +240,33 @@ QString Base64Encode(QByteArrayView bytes) {
 }
 
 std::optional<qsizetype> Base64DecodedLength(QStringView text) {
-    const qsizetype length = text.size();
-    if (length % 4 != 0) {
-        return std::nullopt;
-    }
-    if (length == 0) {
-        return 0;
-    }
-    const qsizetype padding = text[length - 1] != u'=' ? 0 : text[length - 2] != u'=' ? 1 : 2;
-    return length / 4 * 3 - padding;
+    return decodedLength(text.utf16(), text.size());
+}
+
+std::optional<qsizetype> Base64DecodedLength(QByteArrayView text) {
+    return decodedLength(text.data(), text.size());
 }
 
 bool Base64DecodeGroups(const char16_t* in, qsizetype groupCount, unsigned char* out) {
-    return ActiveCoder().decode(in, groupCount, out);
+    return activeCoder<char16_t>().decode(in, groupCount, out);
+}
+
+bool Base64DecodeGroups(const char* in, qsizetype groupCount, unsigned char* out) {
+    return activeCoder<char>().decode(in, groupCount, out);
 }
 
 int Base64DecodeLastGroup(const char16_t* in, unsigned char* out) {
-    if (in[3] != u'=') {
-        return base64_detail::DecodeGroupsScalar(in, 1, out) ? 3 : -1;
-    }
-    // A padded group: the padding replaces the last one or two characters, and the bits
-    // those characters would have carried must be zero.
-    const bool twoBytes = in[2] != u'=';
-    const char16_t padded[4] = {in[0], in[1], twoBytes ? in[2] : u'A', u'A'};
-    const std::uint32_t bits = DecodeGroup(padded);
-    const std::uint32_t unusedBits = twoBytes ? 0xFFu : 0xFFFFu;
-    if ((bits >> 24) != 0 || (bits & unusedBits) != 0) {
-        return -1;
-    }
-    out[0] = static_cast<unsigned char>(bits >> 16);
-    if (twoBytes) {
-        out[1] = static_cast<unsigned char>(bits >> 8);
-    }
-    return twoBytes ? 2 : 1;
+    return decodeLastGroup(in, out);
+}
+
+int Base64DecodeLastGroup(const char* in, unsigned char* out) {
+    return decodeLastGroup(in, out);
 }
 
 std::optional<QByteArray> Base64Decode(QStringView text) {
-    const std::optional<qsizetype> length = Base64DecodedLength(text);
-    if (!length) {
-        return std::nullopt;
-    }
-    if (text.isEmpty()) {
-        return QByteArray();
-    }
-    const qsizetype groupCount = text.size() / 4;
-    QByteArray bytes(groupCount * 3, Qt::Uninitialized);
-    auto* out = reinterpret_cast<unsigned char*>(bytes.data());
-    const char16_t* in = text.utf16();
-    if (!Base64DecodeGroups(in, groupCount - 1, out)) {
-        return std::nullopt;
-    }
-    const int last = Base64DecodeLastGroup(in + 4 * (groupCount - 1), out + 3 * (groupCount - 1));
-    if (last < 0) {
-        return std::nullopt;
-    }
-    bytes.truncate(3 * (groupCount - 1) + last);
-    return bytes;
+    return decode(text.utf16(), text.size());
+}
+
+std::optional<QByteArray> Base64Decode(QByteArrayView text) {
+    return decode(text.data(), text.size());
 }

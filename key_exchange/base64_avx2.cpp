@@ -1,5 +1,6 @@
 // Whole base64 groups with AVX2, after Wojciech Muła and Daniel Lemire's vector coders: 24
-// bytes become 32 characters (and back) per step, widened to or narrowed from UTF-16 on the way.
+// bytes become 32 characters (and back) per step, widened to or narrowed from UTF-16 on the way
+// for Qt's strings, and as they are for 8-bit text.
 // The functions carry their own target attribute and are called only after a run-time check.
 
 #include "key_exchange/base64.h"
@@ -115,6 +116,37 @@ BRISVANE_AVX2 bool DecodeGroupsAvx2(const char16_t* in, qsizetype groupCount, un
     return DecodeGroupsScalar(in, left, out);
 }
 
+BRISVANE_AVX2 void EncodeGroupsAvx2(const unsigned char* in, qsizetype groupCount, char* out) {
+    qsizetype left = groupCount;
+    while (left >= 10) {
+        const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
+        const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + 12));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out),
+                            SextetsToAscii(SplitIntoSextets(_mm256_set_m128i(high, low))));
+        in += 24;
+        out += 32;
+        left -= 8;
+    }
+    EncodeGroupsScalar(in, left, out);
+}
+
+BRISVANE_AVX2 bool DecodeGroupsAvx2(const char* in, qsizetype groupCount, unsigned char* out) {
+    qsizetype left = groupCount;
+    while (left >= 8) {
+        __m256i sextets;
+        if (!AsciiToSextets(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(in)), sextets)) {
+            return false;
+        }
+        const __m256i bytes = JoinSextets(sextets);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm256_castsi256_si128(bytes));
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 16), _mm256_extracti128_si256(bytes, 1));
+        in += 32;
+        out += 24;
+        left -= 8;
+    }
+    return DecodeGroupsScalar(in, left, out);
+}
+
 }  // namespace base64_detail
 
 #else
@@ -126,6 +158,14 @@ void EncodeGroupsAvx2(const unsigned char* in, qsizetype groupCount, char16_t* o
 }
 
 bool DecodeGroupsAvx2(const char16_t* in, qsizetype groupCount, unsigned char* out) {
+    return DecodeGroupsScalar(in, groupCount, out);
+}
+
+void EncodeGroupsAvx2(const unsigned char* in, qsizetype groupCount, char* out) {
+    EncodeGroupsScalar(in, groupCount, out);
+}
+
+bool DecodeGroupsAvx2(const char* in, qsizetype groupCount, unsigned char* out) {
     return DecodeGroupsScalar(in, groupCount, out);
 }
 

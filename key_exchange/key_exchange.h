@@ -226,6 +226,14 @@ QString AEADEncrypt(KeyExchangeAEAD aead, const SymmetricKey& key, QByteArrayVie
 // ciphertext counts. Ciphertext or additional data that is not base64 stops the program.
 QByteArray AEADDecrypt(KeyExchangeAEAD aead, const SymmetricKey& key, QStringView ciphertext,
                        QStringView aeadNonce, QStringView additionalData);
+// The same for 8-bit text, as envelopes arrive from a socket.
+QByteArray AEADDecrypt(KeyExchangeAEAD aead, const SymmetricKey& key, QByteArrayView ciphertext,
+                       QByteArrayView aeadNonce, QByteArrayView additionalData);
+// The combined form's base64 written as 8-bit text at out, which has room for
+// AEADCiphertextTextLength(plaintext.size()) characters.
+void AEADEncryptInto(KeyExchangeAEAD aead, const SymmetricKey& key, QByteArrayView plaintext,
+                     QByteArrayView aeadNonce, QByteArrayView additionalData, char* out);
+qsizetype AEADCiphertextTextLength(qsizetype plaintextSize);
 
 // ---------------------------------------------------------------------------
 // Timestamps: signed milliseconds since 1970-01-01 00:00 UTC.
@@ -251,6 +259,19 @@ struct KeyExchangeAEADStore {
     static KeyExchangeAEADStore readJSON(const QJsonValue& value);
     bool operator==(const KeyExchangeAEADStore&) const = default;
 };
+
+// The four fields of an envelope's JSON text, viewed where they stand in it, for the common
+// text that a parser would read to the same four strings: an object whose members are all
+// strings of printable ASCII without escapes, each of the four keys once. Nothing for any
+// other text, which is then read in full; so a reader may take this view first and lose
+// nothing of what the full reading accepts or refuses.
+struct KeyExchangeEnvelopeText {
+    QByteArrayView kdfNonce;
+    QByteArrayView ciphertext;
+    QByteArrayView aeadNonce;
+    QByteArrayView additionalData;
+};
+std::optional<KeyExchangeEnvelopeText> KeyExchangeReadEnvelopeText(QByteArrayView json);
 
 struct KeyExchangeTypeIDAndData {
     QString type;
@@ -307,8 +328,17 @@ public:
         return encryptWithNonces(kdfNonce, JSONEncode(value), aeadNonce, additionalData);
     }
 
+    // The envelope's JSON text, byte for byte what JSONEncode(encrypt(...)) gives, written
+    // straight from the cipher without a UTF-16 copy of the ciphertext.
+    QByteArray encryptToJSON(QByteArrayView plaintext, QByteArrayView additionalData) const;
+    QByteArray encryptToJSONWithNonces(std::optional<QByteArrayView> kdfNonce,
+                                       QByteArrayView plaintext,
+                                       std::optional<QByteArrayView> aeadNonce,
+                                       QByteArrayView additionalData) const;
+
     QByteArray decrypt(QStringView kdfNonce, QStringView ciphertext, QStringView aeadNonce,
                        QStringView additionalData) const;
+    QByteArray decrypt(const KeyExchangeEnvelopeText& envelope) const;
     QByteArray decryptAEADStore(const KeyExchangeAEADStore& envelope) const;
 
 private:

@@ -4,7 +4,8 @@
 
 namespace {
 
-QByteArray DecodeOrStop(QStringView text, const char* what) {
+template <typename Text>
+QByteArray DecodeOrStop(Text text, const char* what) {
     std::optional<QByteArray> bytes = Base64Decode(text);
     if (!bytes) {
         KeyExchangeFatal(what);
@@ -119,6 +120,56 @@ KeyExchangeAEADStore KeyExchangeStore::encryptWithNonces(std::optional<QByteArra
     };
 }
 
+QByteArray KeyExchangeStore::encryptToJSON(QByteArrayView plaintext,
+                                           QByteArrayView additionalData) const {
+    return encryptToJSONWithNonces(std::nullopt, plaintext, std::nullopt, additionalData);
+}
+
+QByteArray KeyExchangeStore::encryptToJSONWithNonces(std::optional<QByteArrayView> kdfNonce,
+                                                     QByteArrayView plaintext,
+                                                     std::optional<QByteArrayView> aeadNonce,
+                                                     QByteArrayView additionalData) const {
+    const ::SharedSecret secret = pairedSecret();
+    const QByteArray salt = kdfNonce ? kdfNonce->toByteArray() : AEADRandomKey(aead_);
+    const QByteArray nonce = aeadNonce ? aeadNonce->toByteArray() : AEADRandomNonce(aead_);
+    const SymmetricKey key =
+        KeyExchangeSymmetricKey(secret, hashFunction_, kdf_, salt, additionalData);
+
+    // The members in the order the envelope's own writer puts them; base64 needs no escapes.
+    static constexpr QByteArrayView kOpen = R"({"KDFNonce":")";
+    static constexpr QByteArrayView kCiphertext = R"(","Ciphertext":")";
+    static constexpr QByteArrayView kAEADNonce = R"(","AEADNonce":")";
+    static constexpr QByteArrayView kAdditionalData = R"(","AdditionalData":")";
+    static constexpr QByteArrayView kClose = R"("})";
+    const qsizetype ciphertextLength = AEADCiphertextTextLength(plaintext.size());
+    QByteArray json;
+    json.reserve(kOpen.size() + Base64EncodedLength(salt.size()) + kCiphertext.size() +
+                 ciphertextLength + kAEADNonce.size() + Base64EncodedLength(nonce.size()) +
+                 kAdditionalData.size() + Base64EncodedLength(additionalData.size()) +
+                 kClose.size());
+    const auto appendBase64 = [&json](QByteArrayView bytes) {
+        const qsizetype start = json.size();
+        json.resize(start + Base64EncodedLength(bytes.size()));
+        const auto* in = reinterpret_cast<const unsigned char*>(bytes.data());
+        const qsizetype groups = bytes.size() / 3;
+        Base64EncodeGroups(in, groups, json.data() + start);
+        Base64EncodeLastGroup(in + 3 * groups, bytes.size() - 3 * groups,
+                              json.data() + start + 4 * groups);
+    };
+    json.append(kOpen);
+    appendBase64(salt);
+    json.append(kCiphertext);
+    const qsizetype ciphertextStart = json.size();
+    json.resize(ciphertextStart + ciphertextLength);
+    AEADEncryptInto(aead_, key, plaintext, nonce, additionalData, json.data() + ciphertextStart);
+    json.append(kAEADNonce);
+    appendBase64(nonce);
+    json.append(kAdditionalData);
+    appendBase64(additionalData);
+    json.append(kClose);
+    return json;
+}
+
 KeyExchangeAEADStore KeyExchangeStore::encodeJSONAndEncrypt(const QString& type, const QString& id,
                                                             const QString& data,
                                                             QByteArrayView additionalData) const {
@@ -142,6 +193,17 @@ QByteArray KeyExchangeStore::decrypt(QStringView kdfNonce, QStringView ciphertex
         DecodeOrStop(additionalData, "the envelope's AdditionalData is not base64");
     const SymmetricKey key = KeyExchangeSymmetricKey(secret, hashFunction_, kdf_, salt, info);
     return AEADDecrypt(aead_, key, ciphertext, aeadNonce, additionalData);
+}
+
+QByteArray KeyExchangeStore::decrypt(const KeyExchangeEnvelopeText& envelope) const {
+    const ::SharedSecret secret = pairedSecret();
+    const QByteArray salt =
+        DecodeOrStop(envelope.kdfNonce, "the envelope's KDFNonce is not base64");
+    const QByteArray info =
+        DecodeOrStop(envelope.additionalData, "the envelope's AdditionalData is not base64");
+    const SymmetricKey key = KeyExchangeSymmetricKey(secret, hashFunction_, kdf_, salt, info);
+    return AEADDecrypt(aead_, key, envelope.ciphertext, envelope.aeadNonce,
+                       envelope.additionalData);
 }
 
 QByteArray KeyExchangeStore::decryptAEADStore(const KeyExchangeAEADStore& envelope) const {

@@ -1,7 +1,5 @@
 #include "poll_manager/poll_manager.h"
 
-#include <QMetaEnum>
-#include <QNetworkReply>
 #include <QPromise>
 #include <QTimer>
 #include <cstdio>
@@ -9,7 +7,8 @@
 #include <exception>
 #include <limits>
 
-#include "poll_manager/loopback_transport.h"
+#include "poll_manager/http_connection.h"
+#include "poll_manager/transport_worker.h"
 #include "process_manager/host_facts.h"
 
 namespace {
@@ -28,12 +27,25 @@ public:
     }
 };
 
-class NetworkCategory : public std::error_category {
+class TransportCategory : public std::error_category {
 public:
-    const char* name() const noexcept override { return "QNetworkReply"; }
+    const char* name() const noexcept override { return "TransportError"; }
     std::string message(int value) const override {
-        const char* key = QMetaEnum::fromType<QNetworkReply::NetworkError>().valueToKey(value);
-        return key != nullptr ? key : "unknown network error";
+        switch (static_cast<TransportError>(value)) {
+            case TransportError::connectionFailed:
+                return "no connection to the helper could be made";
+            case TransportError::connectionLost:
+                return "the helper closed the connection before its answer was whole";
+            case TransportError::timedOut:
+                return "the helper's answer did not come in time";
+            case TransportError::answerTooLarge:
+                return "the helper's answer is larger than any answer may be";
+            case TransportError::malformedAnswer:
+                return "the helper's answer is not HTTP/1.1 this client reads";
+            case TransportError::cancelled:
+                return "the transport was shut down";
+        }
+        return "unknown transport error";
     }
 };
 
@@ -68,9 +80,13 @@ std::error_code make_error_code(PollManagerError error) {
     return {static_cast<int>(error), PollManagerErrorCategory()};
 }
 
-const std::error_category& NetworkErrorCategory() {
-    static const NetworkCategory category;
+const std::error_category& TransportErrorCategory() {
+    static const TransportCategory category;
     return category;
+}
+
+std::error_code make_error_code(TransportError error) {
+    return {static_cast<int>(error), TransportErrorCategory()};
 }
 
 std::unique_ptr<KeyExchangeStore> KeyExchange_Curve25519_SHA256_HKDF_AESGCM() {
@@ -91,17 +107,13 @@ PollManager::PollManager(KeyExchangeStoreFunction keyExchangeStoreFunction, QObj
       kes_(keyExchangeStoreFunction_()),
       timestamp_(KeyExchangeCurrentTimestamp()),
       clock_(KeyExchangeCurrentTimestamp),
-      transport_(new LoopbackTransport) {
+      worker_(std::make_unique<TransportWorker>()) {
     bearerToken_ = kes_->LocalPublicKey();
-    transportThread_.setObjectName(QStringLiteral("brisvane-transport"));
-    transport_->moveToThread(&transportThread_);
-    connect(&transportThread_, &QThread::finished, transport_, &QObject::deleteLater);
-    transportThread_.start();
+    requestHeaders_ = headerLines(bearerToken_);
 }
 
 PollManager::~PollManager() {
-    transportThread_.quit();
-    transportThread_.wait();
+    worker_.reset();
 }
 
 void PollManager::pong() {
@@ -159,24 +171,61 @@ QUrl PollManager::LocalURL(std::int64_t port, const QString& path) {
     return url;
 }
 
+QByteArray PollManager::headerLines(const QString& bearerToken) {
+    QByteArray lines;
+    if (!bearerToken.isEmpty()) {
+        lines += "Authorization: Bearer " + bearerToken.toUtf8() + "\r\n";
+    }
+    // Compressing an answer on loopback costs the helper far more than the bytes it saves,
+    // and an answer has only 10 ms to arrive.
+    lines += "Content-Type: application/json\r\nAccept-Encoding: identity\r\n";
+    return lines;
+}
+
+namespace {
+
+QByteArray requestTarget(const QUrl& url) {
+    QByteArray target = url.path(QUrl::FullyEncoded).toUtf8();
+    if (target.isEmpty()) {
+        target = "/";
+    }
+    if (url.hasQuery()) {
+        target += '?' + url.query(QUrl::FullyEncoded).toUtf8();
+    }
+    return target;
+}
+
+// The body of a 200 answer; any other status is the designed failure.
+QByteArrayView bodyOf200(const std::variant<HttpAnswer, std::error_code>& result) {
+    if (const auto* error = std::get_if<std::error_code>(&result)) {
+        throw std::system_error(*error);
+    }
+    const HttpAnswer& answer = std::get<HttpAnswer>(result);
+    if (answer.status != 200) {
+        printLine(QStringLiteral("publish failure"));
+        throw std::system_error(PollManagerError::publishFailure);
+    }
+    return answer.body;
+}
+
+}  // namespace
+
 QFuture<QByteArray> PollManager::post(QByteArray body, const QUrl& url,
                                       const QString& bearerToken) {
     auto promise = std::make_shared<QPromise<QByteArray>>();
     QFuture<QByteArray> future = promise->future();
     promise->start();
-    QMetaObject::invokeMethod(
-        transport_,
-        [transport = transport_, body = std::move(body), url, bearerToken, promise] {
-            transport->post(body, url, bearerToken, [promise](LoopbackTransport::Result result) {
-                if (auto* error = std::get_if<std::error_code>(&result)) {
-                    promise->setException(std::make_exception_ptr(std::system_error(*error)));
-                } else {
-                    promise->addResult(std::get<QByteArray>(std::move(result)));
-                }
-                promise->finish();
-            });
-        },
-        Qt::QueuedConnection);
+    worker_->submit([promise, body = std::move(body), url, headers = headerLines(bearerToken),
+                     limits = requestLimits_](HttpConnection& connection) {
+        try {
+            promise->addResult(bodyOf200(connection.post(url.host(), url.port(80),
+                                                         requestTarget(url), headers, body, limits))
+                                   .toByteArray());
+        } catch (...) {
+            promise->setException(std::current_exception());
+        }
+        promise->finish();
+    });
     return future;
 }
 
@@ -197,40 +246,31 @@ QFuture<QByteArray> PollManager::requestJSONText(QByteArray messageJSON, std::in
     auto promise = std::make_shared<QPromise<QByteArray>>();
     QFuture<QByteArray> future = promise->future();
     promise->start();
-    auto fail = [promise] {
-        promise->setException(std::current_exception());
+    worker_->submit([this, messageJSON = std::move(messageJSON), url, promise,
+                     limits = requestLimits_](HttpConnection& connection) {
+        try {
+            const QByteArray body =
+                kes_->encryptToJSON(messageJSON, KeyExchangeCurrentTimestampData());
+            promise->addResult(openAnswer(bodyOf200(connection.post(
+                url.host(), url.port(), requestTarget(url), requestHeaders_, body, limits))));
+        } catch (...) {
+            promise->setException(std::current_exception());
+        }
         promise->finish();
-    };
-    QMetaObject::invokeMethod(
-        transport_,
-        [this, messageJSON = std::move(messageJSON), url, promise, fail] {
-            QByteArray body;
-            try {
-                body = JSONEncode(kes_->encrypt(messageJSON, KeyExchangeCurrentTimestampData()));
-            } catch (...) {
-                fail();
-                return;
-            }
-            transport_->post(std::move(body), url, bearerToken_,
-                             [this, promise, fail](LoopbackTransport::Result result) {
-                                 try {
-                                     if (auto* error = std::get_if<std::error_code>(&result)) {
-                                         throw std::system_error(*error);
-                                     }
-                                     promise->addResult(openAnswer(std::get<QByteArray>(result)));
-                                     promise->finish();
-                                 } catch (...) {
-                                     fail();
-                                 }
-                             });
-        },
-        Qt::QueuedConnection);
+    });
     return future;
 }
 
 QByteArray PollManager::decryptJSONText(QByteArrayView data, const KeyExchangeStore& store,
                                         const KeyExchangeAuth& auth) const {
     (void)store.ExternalPublicKey();
+    if (const std::optional<KeyExchangeEnvelopeText> text = KeyExchangeReadEnvelopeText(data)) {
+        QByteArray plaintext = store.decrypt(*text);
+        if (!auth(QString::fromLatin1(text->additionalData))) {
+            throw std::system_error(KeyExchangeError::invalidAdditionalData);
+        }
+        return plaintext;
+    }
     const auto envelope = JSONDecode<KeyExchangeAEADStore>(data);
     QByteArray text = store.decryptAEADStore(envelope);
     checkAuth(envelope, auth);

@@ -9,7 +9,6 @@
 #include <QObject>
 #include <QPromise>
 #include <QString>
-#include <QThread>
 #include <QUrl>
 #include <atomic>
 #include <cstdint>
@@ -20,10 +19,11 @@
 #include <type_traits>
 
 #include "key_exchange/key_exchange.h"
+#include "poll_manager/exchange.h"
 #include "process_manager/process_manager.h"
 
 class QTimer;
-class LoopbackTransport;
+class TransportWorker;
 
 // An answer read as plain JSON, for callers that try several shapes in turn.
 template <>
@@ -41,10 +41,6 @@ std::error_code make_error_code(PollManagerError error);
 
 template <>
 struct std::is_error_code_enum<PollManagerError> : std::true_type {};
-
-// Failures of the HTTP client itself (refused connection, reset, ...), by
-// QNetworkReply::NetworkError value.
-const std::error_category& NetworkErrorCategory();
 
 using KeyExchangeStoreFunction = std::function<std::unique_ptr<KeyExchangeStore>()>;
 
@@ -72,6 +68,16 @@ public:
     std::int64_t timestamp() const { return timestamp_.load(); }
     // Freshness is judged against this clock; tests pin it.
     void setClock(Clock clock) { clock_ = std::move(clock); }
+
+    // A healthy helper answers in well under a millisecond, and an answer sealed more than
+    // 10 ms before it is checked is refused anyway, so a long wait buys nothing but the
+    // time the helper needs to put its answer together. Three seconds leave a helper that is
+    // starting, scanning or swapped out ample room, while a stalled one holds the ping loop
+    // up for no longer than that. The largest answer is more than ten times that of 10,000
+    // watched folders.
+    static constexpr HttpLimits defaultRequestLimits{std::chrono::seconds(3), 32 * 1024 * 1024};
+    // For the requests sent from now on.
+    void setRequestLimits(const HttpLimits& limits) { requestLimits_ = limits; }
 
     void pong();
     QByteArray keyExchangeCurrentTimestampData() const;
@@ -102,7 +108,9 @@ public:
     QByteArray decryptJSONText(QByteArrayView data, const KeyExchangeStore& store,
                                const KeyExchangeAuth& auth) const;
     // A received answer opened the way requestJSONText opens it: with this manager's store,
-    // and fresh by authTimestamp. Throws std::system_error when it is not.
+    // and fresh by authTimestamp. Throws std::system_error when it is not. The envelope is
+    // read from its bytes as they came, and the folders in it are not parsed before the
+    // freshness check: at 10,000 folders the window is what the answer's size allows.
     QByteArray openAnswer(QByteArrayView body);
 
     // POSTs the value's JSON to http://127.0.0.1:port/path; the future holds the
@@ -152,6 +160,7 @@ public:
 
 private:
     QFuture<QByteArray> post(QByteArray body, const QUrl& url, const QString& bearerToken);
+    static QByteArray headerLines(const QString& bearerToken);
     // A future that already holds the error.
     template <typename T>
     static QFuture<T> failed(std::error_code error) {
@@ -175,6 +184,8 @@ private:
     std::atomic<std::int64_t> timestamp_;
     Clock clock_;
 
-    QThread transportThread_;
-    LoopbackTransport* transport_ = nullptr;
+    HttpLimits requestLimits_ = defaultRequestLimits;
+    QByteArray requestHeaders_;  // the header lines every request to the helper carries
+    // Last, so that it goes first: its jobs use the store and the freshness check.
+    std::unique_ptr<TransportWorker> worker_;
 };
