@@ -45,6 +45,15 @@ QUrl siteURL() {
 ItemsProvider::ItemsProvider(ItemsProviderHost host, QObject* parent)
     : PanelModel(parent), loginURL_(siteURL()), menuBarString_(u"arrow.clockwise"_s) {
     isMacOS13_ = host.systemVersion.isAtLeast(13, 0, 0);
+    pm_.setRequestLimits(host.requestLimits);
+    silenceWatch_ = new QTimer(this);
+    silenceWatch_->setSingleShot(true);
+    silenceWatch_->setInterval(host.silenceNoticeAfter);
+    connect(silenceWatch_, &QTimer::timeout, this, [this] {
+        isHelperSilent_ = true;
+        emit isHelperSilentChanged();
+    });
+    silenceWatch_->start();
     port_ = pm_.randomOpenPort(lowestPort, pastHighestPort);
 
     ProcessManager& processManager = pm_.processManager();
@@ -143,8 +152,20 @@ QFuture<void> ItemsProvider::send(QByteArray messageJSON) {
     // touches the model, here on the GUI thread.
     return pm_.requestJSONText(std::move(messageJSON), port_, u"/request"_s)
         .then([reader = answerReader_](const QByteArray& text) { return reader->read(text); })
-        .then(this, [this](const HelperAnswer& answer) { applyAnswer(answer); })
+        .then(this,
+              [this](const HelperAnswer& answer) {
+                  heardFromHelper();
+                  applyAnswer(answer);
+              })
         .onFailed([] {});
+}
+
+void ItemsProvider::heardFromHelper() {
+    silenceWatch_->start();
+    if (isHelperSilent_) {
+        isHelperSilent_ = false;
+        emit isHelperSilentChanged();
+    }
 }
 
 void ItemsProvider::applyAnswer(const HelperAnswer& answer) {

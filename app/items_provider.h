@@ -8,6 +8,7 @@
 #include <QList>
 #include <QObject>
 #include <QString>
+#include <QTimer>
 #include <QUrl>
 #include <atomic>
 #include <chrono>
@@ -29,6 +30,11 @@ struct ItemsProviderHost {
     SystemVersion systemVersion = SystemVersion::running();
     // How long the application runs on older systems before it quits itself.
     std::chrono::milliseconds legacyLifetime = std::chrono::minutes(10);
+    // What one request may take.
+    HttpLimits requestLimits = PollManager::defaultRequestLimits;
+    // Long enough that one request that runs into its limit does not raise the notice on
+    // its own, short enough that a user looking at a frozen panel is told why.
+    std::chrono::milliseconds silenceNoticeAfter = std::chrono::seconds(5);
 };
 
 class ItemsProvider : public PanelModel {
@@ -54,6 +60,7 @@ public:
     bool isLoading() const override { return isLoading_; }
     const QUrl& loginURL() const override { return loginURL_; }
     const QString& menuBarString() const override { return menuBarString_; }
+    bool isHelperSilent() const override { return isHelperSilent_; }
 
     // The icon of the folder with that path; "internaldrive" for an unknown path.
     QString walkDirIcon(const QString& path) const override;
@@ -81,6 +88,8 @@ private:
     QFuture<void> send(QByteArray messageJSON);
     void setIsLoggedIn(bool isLoggedIn);
     void setIsLoading(bool isLoading);
+    // An answer came through: the helper is not silent, and the watch starts over.
+    void heardFromHelper();
     void removeFolder(const QString& path);
     void foldersChanged();
 
@@ -96,6 +105,8 @@ private:
     bool isLoading_ = true;
     QUrl loginURL_;
     QString menuBarString_;
+    bool isHelperSilent_ = false;
+    QTimer* silenceWatch_ = nullptr;
 
     std::optional<QByteArray> pingMessage_;
     std::shared_ptr<HelperAnswerReader> answerReader_ = std::make_shared<HelperAnswerReader>();

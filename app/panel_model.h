@@ -20,6 +20,7 @@ class PanelModel : public QObject {
     Q_PROPERTY(bool isLoading READ isLoading NOTIFY isLoadingChanged)
     Q_PROPERTY(QUrl loginURL READ loginURL CONSTANT)
     Q_PROPERTY(QString menuBarString READ menuBarString NOTIFY menuBarStringChanged)
+    Q_PROPERTY(bool isHelperSilent READ isHelperSilent NOTIFY isHelperSilentChanged)
 
 public:
     using QObject::QObject;
@@ -34,6 +35,9 @@ public:
     virtual const QUrl& loginURL() const = 0;
     // The symbol the tray shows: "arrow.clockwise" while busy, else "internaldrive".
     virtual const QString& menuBarString() const = 0;
+    // No answer from the helper for several seconds; the views say so beside what they
+    // show, and the next answer clears it.
+    virtual bool isHelperSilent() const = 0;
 
     // The icon of the folder with that path; "internaldrive" for an unknown path.
     virtual QString walkDirIcon(const QString& path) const = 0;
@@ -49,4 +53,5 @@ signals:
     void groupsChanged();
     void isLoadingChanged();
     void menuBarStringChanged();
+    void isHelperSilentChanged();
 };

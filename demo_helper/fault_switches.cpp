@@ -21,6 +21,11 @@
 //                                       answer, while still listening on the port
 //   BRISVANE_DEMO_IGNORE_TERM=1         ignore SIGTERM, and the application's end too:
 //                                       only SIGKILL (or SIGINT, SIGHUP) ends it
+//   BRISVANE_DEMO_HOLD=<n>              take the first n requests and never answer them
+//                                       (their connections stay open until the helper ends)
+//   BRISVANE_DEMO_OVERSIZE=<n>          answer the n requests after those held with an
+//                                       endless chunked body, a mebibyte a chunk
+//   BRISVANE_DEMO_TRICKLE=<n>           send the n answers after those one byte every 10 ms
 //
 // And two seams that are not faults:
 //
@@ -37,6 +42,7 @@
 
 #include <QByteArray>
 #include <QtGlobal>
+#include <utility>
 
 namespace {
 
@@ -85,5 +91,13 @@ FaultSwitches FaultSwitches::fromEnvironment() {
         switches.openerProgram = QStringLiteral("xdg-open");
     }
     switches.announceAnswers = flagVariable("BRISVANE_DEMO_ANNOUNCE_ANSWERS");
+    for (const auto& [name, count] :
+         {std::pair{"BRISVANE_DEMO_HOLD", &switches.heldRequests},
+          std::pair{"BRISVANE_DEMO_OVERSIZE", &switches.oversizedAnswers},
+          std::pair{"BRISVANE_DEMO_TRICKLE", &switches.trickledAnswers}}) {
+        if (const auto value = integerVariable(name); value && *value > 0) {
+            *count = *value;
+        }
+    }
     return switches;
 }

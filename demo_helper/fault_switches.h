@@ -27,6 +27,11 @@ struct FaultSwitches {
     QString openerProgram;  // what opens folders and web pages
     // Say on standard output when the first pings have been answered.
     bool announceAnswers = false;
+    // Requests the helper mistreats on the wire, in this order: the first heldRequests,
+    // then the next oversizedAnswers, then the next trickledAnswers.
+    std::int64_t heldRequests = 0;
+    std::int64_t oversizedAnswers = 0;
+    std::int64_t trickledAnswers = 0;
 
     static FaultSwitches fromEnvironment();
 };

@@ -32,6 +32,7 @@
 #include "demo_helper/request_endpoint.h"
 #include "demo_helper/simulated_service.h"
 #include "demo_helper/state_file.h"
+#include "demo_helper/wire_faults.h"
 #include "key_exchange/key_exchange.h"
 
 namespace {
@@ -93,17 +94,29 @@ private:
 };
 
 void serve(httplib::Server& server, RequestEndpoint& endpoint, LifeSupervisor& supervisor,
-           PingAnswerAnnouncer* announcer) {
+           WireFaults& wireFaults, PingAnswerAnnouncer* announcer) {
     server.set_keep_alive_max_count(std::numeric_limits<std::size_t>::max());
     server.set_keep_alive_timeout(kKeepAliveSeconds);
     server.Post("/request", [&](const httplib::Request& request, httplib::Response& response) {
+        const WireFaults::Treatment treatment = wireFaults.next();
+        if (treatment == WireFaults::Treatment::hold) {
+            wireFaults.hold();
+            response.status = 503;
+            return;
+        }
         const std::string authorization = request.get_header_value("Authorization");
         EndpointReply reply = endpoint.respond(authorization, request.body);
         response.status = reply.status;
+        if (treatment == WireFaults::Treatment::oversize) {
+            wireFaults.oversize(response);
+            return;
+        }
         if (reply.body.isEmpty()) {
             return;
         }
-        if (announcer && reply.answersPing) {
+        if (treatment == WireFaults::Treatment::trickle) {
+            wireFaults.trickle(response, std::move(reply.body));
+        } else if (announcer && reply.answersPing) {
             announcer->setContent(response, std::move(reply.body));
         } else {
             response.set_content(reply.body.constData(),
@@ -114,6 +127,7 @@ void serve(httplib::Server& server, RequestEndpoint& endpoint, LifeSupervisor& s
     std::atomic<bool> listeningEnded = false;
     std::thread stopper([&] {
         supervisor.waitForEnd();
+        wireFaults.release();
         // stop() does nothing until the accept loop runs; wait for it, or for its end.
         while (!server.is_running() && !listeningEnded) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -189,6 +203,7 @@ int main(int argc, char** argv) {
         return 0;
     }
     PingAnswerAnnouncer announcer;
-    serve(server, endpoint, supervisor, faults.announceAnswers ? &announcer : nullptr);
+    WireFaults wireFaults(faults);
+    serve(server, endpoint, supervisor, wireFaults, faults.announceAnswers ? &announcer : nullptr);
     return 0;
 }

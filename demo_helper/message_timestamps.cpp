@@ -13,20 +13,19 @@ constexpr std::int64_t kFaultOffsetMilliseconds = 50;
 
 RequestFreshness::RequestFreshness(std::int64_t windowMilliseconds) : window_(windowMilliseconds) {}
 
-bool RequestFreshness::admit(std::int64_t timestamp, const QString& ciphertext, std::int64_t now) {
+bool RequestFreshness::admit(std::int64_t timestamp, const QByteArray& identity, std::int64_t now) {
     if (timestamp < now - window_ || timestamp > now + window_) {
         return false;
     }
     std::lock_guard guard(lock_);
     // Forget what has left the window: a replay of it would now be refused as stale.
     std::erase_if(seen_, [&](const Seen& seen) { return seen.timestamp < now - window_; });
-    const bool replayed = std::any_of(seen_.begin(), seen_.end(), [&](const Seen& seen) {
-        return seen.ciphertext == ciphertext;
-    });
+    const bool replayed = std::any_of(seen_.begin(), seen_.end(),
+                                      [&](const Seen& seen) { return seen.identity == identity; });
     if (replayed) {
         return false;
     }
-    seen_.push_back({timestamp, ciphertext});
+    seen_.push_back({timestamp, identity});
     return true;
 }
 

@@ -3,6 +3,7 @@
 // The timestamps that ride in every envelope as its additional data: checking those
 // of requests, choosing those of answers.
 
+#include <QByteArray>
 #include <QString>
 #include <cstdint>
 #include <deque>
@@ -22,13 +23,13 @@ class RequestFreshness {
 public:
     explicit RequestFreshness(std::int64_t windowMilliseconds = 5000);
 
-    // `ciphertext` identifies the envelope; it differs for every sealing.
-    bool admit(std::int64_t timestamp, const QString& ciphertext, std::int64_t now);
+    // `identity` tells the envelope from every other; it differs for every sealing.
+    bool admit(std::int64_t timestamp, const QByteArray& identity, std::int64_t now);
 
 private:
     struct Seen {
         std::int64_t timestamp;
-        QString ciphertext;
+        QByteArray identity;
     };
 
     const std::int64_t window_;

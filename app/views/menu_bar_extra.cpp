@@ -6,6 +6,7 @@
 
 #include "app/panel_model.h"
 #include "app/platform/updater.h"
+#include "app/views/helper_silence.h"
 #include "app/views/status_notifier_host.h"
 #include "app/views/tray_icon.h"
 #include "app/views/view_environment.h"
@@ -25,6 +26,11 @@ MenuBarExtra::MenuBarExtra(ViewEnvironment& environment, Updater* updater, QObje
     contextMenu_.addSeparator();
     contextMenu_.addAction(tr("Quit"), this, [this] { environment_.terminate(); });
 
+    connect(&environment_.ip, &PanelModel::isHelperSilentChanged, this, [this] {
+        if (trayIcon_) {
+            trayIcon_->setToolTip(TrayToolTip(environment_.ip));
+        }
+    });
     connect(&environment_.ip, &PanelModel::menuBarStringChanged, this,
             &MenuBarExtra::showMenuBarSymbol);
 
@@ -64,7 +70,7 @@ bool MenuBarExtra::hasTray() const {
 
 void MenuBarExtra::createTrayIcon() {
     trayIcon_ = std::make_unique<QSystemTrayIcon>();
-    trayIcon_->setToolTip(u"brisvane"_s);
+    trayIcon_->setToolTip(TrayToolTip(environment_.ip));
     trayIcon_->setContextMenu(&contextMenu_);
     connect(trayIcon_.get(), &QSystemTrayIcon::activated, this,
             [this](QSystemTrayIcon::ActivationReason reason) {

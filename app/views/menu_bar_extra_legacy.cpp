@@ -6,6 +6,8 @@
 #include <QVBoxLayout>
 #include <QWidgetAction>
 
+#include "app/panel_model.h"
+#include "app/views/helper_silence.h"
 #include "app/views/menu_bar_view.h"
 #include "app/views/tray_icon.h"
 
@@ -30,7 +32,9 @@ public:
         menu_.addAction(item);
 
         statusItem_ = new QSystemTrayIcon(TrayIcon(u"internaldrive"_s), this);
-        statusItem_->setToolTip(u"brisvane"_s);
+        statusItem_->setToolTip(TrayToolTip(environment.ip));
+        connect(&environment.ip, &PanelModel::isHelperSilentChanged, this,
+                [this, &model = environment.ip] { statusItem_->setToolTip(TrayToolTip(model)); });
         statusItem_->setContextMenu(&menu_);
         // A left click opens the same menu, as the only thing the item offers.
         connect(statusItem_, &QSystemTrayIcon::activated, this,

@@ -7,6 +7,7 @@
 
 #include "app/panel_model.h"
 #include "app/views/content_view.h"
+#include "app/views/helper_silence.h"
 #include "app/views/login_view.h"
 #include "app/views/panel_layout.h"
 #include "app/views/settings_footer.h"
@@ -35,6 +36,8 @@ MenuBarView::MenuBarView(ViewEnvironment& environment, QWidget* parent)
     auto* quitShortcut = new QShortcut(quitKeys(), this);
     quitShortcut->setContext(Qt::WindowShortcut);
     connect(quitShortcut, &QShortcut::activated, this, [this] { environment_.terminate(); });
+
+    layout->addWidget(new HelperSilentNotice(environment_.ip, this));
 
     connect(&environment_.ip, &PanelModel::isLoggedInChanged, this,
             &MenuBarView::showScreenForLoginState);

@@ -6,6 +6,7 @@
 
 #include <QDir>
 #include <QTemporaryDir>
+#include <functional>
 #include <map>
 #include <memory>
 
@@ -17,8 +18,11 @@ namespace testing_support {
 
 class ModelFixture {
 public:
+    // beforeStart prepares the home (say, the helper's remembered state) before the model
+    // and its helper start.
     explicit ModelFixture(const std::map<QByteArray, QByteArray>& helperFaults = {},
-                          ItemsProviderHost host = {}) {
+                          ItemsProviderHost host = {},
+                          const std::function<void(const ModelFixture&)>& beforeStart = {}) {
         for (const char* folder : {"config", "state", "runtime"}) {
             QDir(home_.path()).mkpath(QString::fromLatin1(folder));
         }
@@ -29,6 +33,9 @@ public:
         environment_.set("BRISVANE_DEMO_OPENER", "true");
         for (const auto& [name, value] : helperFaults) {
             environment_.set(name, value);
+        }
+        if (beforeStart) {
+            beforeStart(*this);
         }
         model = std::make_unique<ItemsProvider>(host);
     }

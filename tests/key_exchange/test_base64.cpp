@@ -17,6 +17,37 @@ TEST(Base64, AcceptsOnlyCanonicalPaddedText) {
          {u"Zg", u"Zg=", u"Zh==", u"Zm9=", u"Z===", u"=Zg=", u"Zg==Zg==", u"Zm9v\n", u"Zm9v\r\n",
           u" Zm9v", u"Zm 9v", u"-_8=", u"Zm9\u00e9"}) {
         EXPECT_EQ(Base64Decode(text), std::nullopt) << QString::fromUtf16(text).toStdString();
+        // The same text in eight bits, as it comes from a socket, is refused just the same.
+        EXPECT_EQ(Base64Decode(QByteArrayView(QString::fromUtf16(text).toUtf8())), std::nullopt);
+    }
+    EXPECT_EQ(Base64Decode(QByteArrayView("Zm8=")), QByteArray("fo"));
+    EXPECT_EQ(Base64Decode(QByteArrayView("Zm9v\xff")), std::nullopt);
+}
+
+TEST(Base64, EightBitTextIsTheSameTextAsUTF16) {
+    using namespace base64_detail;
+    for (qsizetype groups : {0, 1, 9, 10, 11, 40, 333}) {
+        SCOPED_TRACE(groups);
+        std::vector<quint32> random(groups);
+        QRandomGenerator(static_cast<quint32>(groups)).fillRange(random.data(), groups);
+        const auto* in = reinterpret_cast<const unsigned char*>(random.data());
+        std::vector<char16_t> wide(4 * groups);
+        EncodeGroupsScalar(in, groups, wide.data());
+        std::vector<char> narrow(4 * groups);
+        Base64EncodeGroups(in, groups, narrow.data());
+        ASSERT_TRUE(std::equal(wide.begin(), wide.end(), narrow.begin()));
+        std::vector<char> scalar(4 * groups);
+        EncodeGroupsScalar(in, groups, scalar.data());
+        ASSERT_EQ(scalar, narrow);
+        std::vector<unsigned char> out(3 * groups);
+        ASSERT_TRUE(Base64DecodeGroups(narrow.data(), groups, out.data()));
+        ASSERT_TRUE(std::equal(out.begin(), out.end(), in));
+        // A byte beyond ASCII whose low seven bits are a letter is no letter.
+        for (qsizetype position = 0; position < 4 * groups; position += 7) {
+            std::vector<char> broken = narrow;
+            broken[position] = static_cast<char>(broken[position] | 0x80);
+            ASSERT_FALSE(Base64DecodeGroups(broken.data(), groups, out.data())) << position;
+        }
     }
 }
 

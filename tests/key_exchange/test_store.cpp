@@ -97,3 +97,46 @@ TEST(StoreDeathTest, EnvelopeTextsThatAreNotBase64StopTheProgram) {
     broken.additionalData = u"MTcw MDA="_s;
     EXPECT_DEATH(store->decryptAEADStore(broken), "AdditionalData is not base64");
 }
+
+TEST(Store, EnvelopeJSONIsWrittenAndReadStraightFromItsBytes) {
+    const auto store = AliceWithBob();
+    const QByteArray json = store->encryptToJSONWithNonces(
+        QByteArray::fromBase64(kFixture.kdfNonce.toLatin1()), kFixturePlaintext,
+        QByteArray::fromBase64(kFixture.aeadNonce.toLatin1()), "1700000000123");
+    EXPECT_EQ(json, JSONEncode(kFixture));
+
+    const std::optional<KeyExchangeEnvelopeText> text = KeyExchangeReadEnvelopeText(json);
+    ASSERT_TRUE(text);
+    EXPECT_EQ(text->additionalData, QByteArrayView("MTcwMDAwMDAwMDEyMw=="));
+    EXPECT_EQ(store->decrypt(*text), kFixturePlaintext);
+
+    // Blanks between the parts and any member order read the same.
+    const QByteArray spaced = " {\n \"AEADNonce\" : \"" + kFixture.aeadNonce.toLatin1() +
+                              "\",\"AdditionalData\":\"" + kFixture.additionalData.toLatin1() +
+                              "\", \"Ciphertext\":\"" + kFixture.ciphertext.toLatin1() +
+                              "\",\t\"KDFNonce\":\"" + kFixture.kdfNonce.toLatin1() + "\"}\r\n";
+    const std::optional<KeyExchangeEnvelopeText> reordered = KeyExchangeReadEnvelopeText(spaced);
+    ASSERT_TRUE(reordered);
+    EXPECT_EQ(store->decrypt(*reordered), kFixturePlaintext);
+}
+
+TEST(Store, TextTheQuickReadingCannotVouchForIsLeftToTheFullReading) {
+    const QByteArray plain =
+        R"({"KDFNonce":"a","Ciphertext":"b","AEADNonce":"c","AdditionalData":"d"})";
+    ASSERT_TRUE(KeyExchangeReadEnvelopeText(plain));
+    for (const char* text : {
+             R"({"KDFNonce":"a\u0041","Ciphertext":"b","AEADNonce":"c","AdditionalData":"d"})",
+             R"({"KDFNonce":"a","Ciphertext":"b","AEADNonce":"c","AdditionalData":"d","x":"y"})",
+             R"({"KDFNonce":"a","KDFNonce":"b","AEADNonce":"c","AdditionalData":"d"})",
+             R"({"KDFNonce":"a","Ciphertext":"b","AEADNonce":"c"})",
+             R"({"KDFNonce":"a","Ciphertext":1,"AEADNonce":"c","AdditionalData":"d"})",
+             R"({"KDFNonce":"é","Ciphertext":"b","AEADNonce":"c","AdditionalData":"d"})",
+             "{\"KDFNonce\":\"a\tb\",\"Ciphertext\":\"b\",\"AEADNonce\":\"c\",\"AdditionalData\":"
+             "\"d\"}",
+             R"({"KDFNonce":"a","Ciphertext":"b","AEADNonce":"c","AdditionalData":"d"}x)",
+             R"({"KDFNonce":"a","Ciphertext":"b","AEADNonce":"c","AdditionalData":"d",})",
+             R"({"KDFNonce":"a","Ciphertext":"b","AEADNonce":"c","AdditionalData":"d)",
+         }) {
+        EXPECT_FALSE(KeyExchangeReadEnvelopeText(QByteArrayView(text))) << text;
+    }
+}

@@ -3,8 +3,10 @@
 
 #include "app/views/menu_bar_extra.h"
 
+#include <QLabel>
 #include <QMenu>
 #include <QSystemTrayIcon>
+#include <QTabWidget>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QWidgetAction>
@@ -36,6 +38,26 @@ private slots:
         QCOMPARE(harness.terminateCount, 0);
         panel->close();
         QCOMPARE(harness.terminateCount, 1);
+    }
+
+    // The notice rides beside the designed texts: the tooltip keeps its first line and the
+    // panel keeps its screen.
+    void aSilentHelperIsNamedInTheTooltipAndOverThePanelUntilItAnswers() {
+        ViewHarness harness;
+        MenuBarExtra extra(harness.environment, nullptr);
+        auto* notice = extra.panel()->findChild<QLabel*>(u"helperSilentNotice"_s);
+        QVERIFY(notice != nullptr);
+        QCOMPARE(extra.trayIcon()->toolTip(), u"brisvane"_s);
+        QVERIFY(notice->isHidden());
+
+        harness.ip.setHelperSilent(true);
+        QCOMPARE(extra.trayIcon()->toolTip(), u"brisvane\nThe sync helper is not responding"_s);
+        QVERIFY(!notice->isHidden());
+        QVERIFY(extra.panel()->findChild<QTabWidget*>() != nullptr);
+
+        harness.ip.setHelperSilent(false);
+        QCOMPARE(extra.trayIcon()->toolTip(), u"brisvane"_s);
+        QVERIFY(notice->isHidden());
     }
 
     void trayIconIsSetOnlyWhenTheSymbolChanges() {

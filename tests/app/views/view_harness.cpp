@@ -52,6 +52,11 @@ void FakePanelModel::setLoading(bool isLoading) {
     emit isLoadingChanged();
 }
 
+void FakePanelModel::setHelperSilent(bool isHelperSilent) {
+    isHelperSilent_ = isHelperSilent;
+    emit isHelperSilentChanged();
+}
+
 void FakePanelModel::setMenuBarString(const QString& symbol) {
     menuBarString_ = symbol;
     emit menuBarStringChanged();

@@ -24,6 +24,7 @@ public:
     bool isLoading() const override { return isLoading_; }
     const QUrl& loginURL() const override { return loginURL_; }
     const QString& menuBarString() const override { return menuBarString_; }
+    bool isHelperSilent() const override { return isHelperSilent_; }
     QString walkDirIcon(const QString& path) const override;
     // As the model does: the folder leaves the folder list and every group at once.
     void deleteItem(const QString& path) override;
@@ -36,6 +37,7 @@ public:
     void setLoading(bool isLoading);
     void setLoginURL(const QUrl& loginURL) { loginURL_ = loginURL; }
     void setMenuBarString(const QString& symbol);
+    void setHelperSilent(bool isHelperSilent);
 
     // Every request sent, oldest first.
     QList<TypeIDAndData> published;
@@ -50,6 +52,7 @@ private:
     bool isLoading_ = false;
     QUrl loginURL_{QStringLiteral("https://brisvane.example")};
     QString menuBarString_{QStringLiteral("arrow.clockwise")};
+    bool isHelperSilent_ = false;
 };
 
 struct ViewHarness {

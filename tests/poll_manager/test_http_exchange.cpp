@@ -1,0 +1,130 @@
+// The HTTP/1.1 exchange with the helper as the wire can make it: kept and dropped
+// connections, both framings, and answers that are held, too large, dripped out or no HTTP.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "app/records.h"
+#include "poll_manager/poll_manager.h"
+#include "scripted_server.h"
+#include "support/wait.h"
+
+using namespace std::chrono_literals;
+using testing_support::errorOf;
+using testing_support::ScriptedReply;
+using testing_support::ScriptedServer;
+using testing_support::waitFor;
+
+namespace {
+
+const TypeIDAndData kPing{QStringLiteral("ping"), QString(), QStringLiteral("[]")};
+
+QFuture<QByteArray> post(PollManager& pm, const ScriptedServer& server) {
+    return pm.publishLocal(kPing, server.port(), QStringLiteral("/request"), pm.bearerToken());
+}
+
+QByteArray bodyOf(QFuture<QByteArray> future) {
+    EXPECT_TRUE(waitFor(future));
+    return future.isValid() && future.resultCount() > 0 ? future.result() : QByteArray();
+}
+
+ScriptedReply ok(const std::string& body, const std::string& headers = {}) {
+    return {ScriptedServer::answer(200, body, headers)};
+}
+
+}  // namespace
+
+TEST(HttpExchange, OneKeptConnectionCarriesEveryRequestUntilTheHelperSaysClose) {
+    ScriptedServer server([](int request) {
+        if (request == 3) {
+            // Chunked, with an extension and a trailer, and the connection to be closed.
+            return ScriptedReply{
+                "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\nConnection: close\r\n\r\n"
+                "5;note=x\r\nhello\r\n6\r\n world\r\n0\r\nX-Trailer: 1\r\n\r\n"};
+        }
+        return ok("answer " + std::to_string(request));
+    });
+    PollManager pm;
+    EXPECT_EQ(bodyOf(post(pm, server)), "answer 1");
+    EXPECT_EQ(bodyOf(post(pm, server)), "answer 2");
+    EXPECT_EQ(server.connectionsAccepted(), 1);
+    EXPECT_EQ(bodyOf(post(pm, server)), "hello world");
+    EXPECT_EQ(bodyOf(post(pm, server)), "answer 4");
+    EXPECT_EQ(server.connectionsAccepted(), 2);
+}
+
+TEST(HttpExchange, AKeptConnectionTheHelperDroppedIsReplacedWithoutFailingTheRequest) {
+    ScriptedServer server([](int request) {
+        ScriptedReply reply = ok("answer " + std::to_string(request));
+        reply.closeAfter = request == 1;  // without saying so first
+        return reply;
+    });
+    PollManager pm;
+    EXPECT_EQ(bodyOf(post(pm, server)), "answer 1");
+    std::this_thread::sleep_for(50ms);
+    EXPECT_EQ(bodyOf(post(pm, server)), "answer 2");
+    EXPECT_EQ(server.connectionsAccepted(), 2);
+}
+
+TEST(HttpExchange, EveryExchangeIsBoundedInTimeAndSizeAndTheNextOneStartsAfresh) {
+    const std::string large(2000, 'x');
+    ScriptedServer server([&](int request) -> ScriptedReply {
+        switch (request) {
+            case 1:
+                return {.hold = true};
+            case 2:
+                return {.bytes = ScriptedServer::answer(200, "slow"), .msPerByte = 20};
+            case 3:
+                return ok(large);  // announced larger than allowed
+            case 4:
+                return {.bytes = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n"};
+            default:
+                return ok("fine");
+        }
+    });
+    PollManager pm;
+    pm.setRequestLimits({200ms, 1000});
+    EXPECT_EQ(errorOf(post(pm, server)), TransportError::timedOut);
+    EXPECT_EQ(errorOf(post(pm, server)), TransportError::timedOut);
+    EXPECT_EQ(errorOf(post(pm, server)), TransportError::answerTooLarge);
+    // A chunked head and then nothing: the time runs out.
+    EXPECT_EQ(errorOf(post(pm, server)), TransportError::timedOut);
+    EXPECT_EQ(bodyOf(post(pm, server)), "fine");
+    EXPECT_EQ(server.connectionsAccepted(), 5);
+}
+
+TEST(HttpExchange, AnEndlessChunkedAnswerIsRefusedOnceItPassesTheLimit) {
+    ScriptedServer endless([](int) -> ScriptedReply {
+        return {.bytes = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n",
+                .repeated = "4000\r\n" + std::string(0x4000, 'y') + "\r\n"};
+    });
+    PollManager pm;
+    pm.setRequestLimits({10s, 1024 * 1024});
+    EXPECT_EQ(errorOf(post(pm, endless)), TransportError::answerTooLarge);
+}
+
+TEST(HttpExchange, WhatIsNotAWholeHTTPAnswerFailsTheRequestAlone) {
+    ScriptedServer server([](int request) -> ScriptedReply {
+        switch (request) {
+            case 1:
+                return {.bytes = "SSH-2.0-nothing like HTTP\r\n\r\n"};
+            case 2:
+                return {.bytes = "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf",
+                        .closeAfter = true};
+            case 3:
+                return {.bytes = "HTTP/1.1 200 OK\r\nTransfer-Encoding: gzip\r\n\r\nxx"};
+            case 4:
+                return {.bytes = "HTTP/1.1 100 Continue\r\n\r\n" +
+                                 ScriptedServer::answer(200, "after interim")};
+            default:
+                return ok("fine");
+        }
+    });
+    PollManager pm;
+    EXPECT_EQ(errorOf(post(pm, server)), TransportError::malformedAnswer);
+    EXPECT_EQ(errorOf(post(pm, server)), TransportError::connectionLost);
+    EXPECT_EQ(errorOf(post(pm, server)), TransportError::malformedAnswer);
+    EXPECT_EQ(bodyOf(post(pm, server)), "after interim");
+    EXPECT_EQ(bodyOf(post(pm, server)), "fine");
+}
