@@ -1,13 +1,11 @@
 #include "app/views/content_view.h"
 
-#include <QFrame>
-#include <QScrollArea>
 #include <QStackedLayout>
-#include <QStyle>
 #include <QVBoxLayout>
 #include <algorithm>
 
 #include "app/panel_model.h"
+#include "app/views/folder_list.h"
 #include "app/views/folder_status_row.h"
 #include "app/views/panel_layout.h"
 #include "app/views/view_environment.h"
@@ -24,19 +22,8 @@ ContentView::ContentView(ViewEnvironment& environment, QWidget* parent)
     auto* listLayout = new QVBoxLayout(listPage);
     listLayout->setContentsMargins(0, 0, 0, 0);
     listLayout->addWidget(HorizontalDivider(listPage));
-    auto* folderList = new QScrollArea(listPage);
-    folderList->setObjectName(u"folderList"_s);
-    folderList->setWidgetResizable(true);
-    folderList->setFrameShape(QFrame::NoFrame);
-    folderList->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    auto* rowsWidget = new QWidget(folderList);
-    rowsLayout_ = new QVBoxLayout(rowsWidget);
-    // Twice the usual inset on each side, so the rows sit clear of the scroll bar.
-    const int inset = 2 * style()->pixelMetric(QStyle::PM_LayoutLeftMargin);
-    rowsLayout_->setContentsMargins(inset, 0, inset, 0);
-    rowsLayout_->addStretch(1);
-    folderList->setWidget(rowsWidget);
-    listLayout->addWidget(folderList);
+    folderList_ = new FolderList(environment_, listPage);
+    listLayout->addWidget(folderList_);
 
     waitingFace_ =
         new WaitingFace(tr("Please select a folder to sync from the Settings tab"), this);
@@ -67,13 +54,7 @@ void ContentView::showEvent(QShowEvent* event) {
 }
 
 QList<FolderStatusRow*> ContentView::rows() const {
-    QList<FolderStatusRow*> rows;
-    for (int index = 0; index < rowsLayout_->count(); ++index) {
-        if (auto* row = qobject_cast<FolderStatusRow*>(rowsLayout_->itemAt(index)->widget())) {
-            rows.append(row);
-        }
-    }
-    return rows;
+    return folderList_->rows();
 }
 
 void ContentView::redraw() {
@@ -93,27 +74,6 @@ void ContentView::redraw() {
     }
 }
 
-// Rows are kept by path and updated in place, so a bar keeps gliding while the
-// model reports ten times a second, and only the order is redone.
 void ContentView::showFolders() {
-    QList<DirItem> sorted = environment_.ip.dirItems();
-    std::stable_sort(sorted.begin(), sorted.end(),
-                     [](const DirItem& a, const DirItem& b) { return a.name < b.name; });
-
-    QHash<QString, FolderStatusRow*> stale = std::exchange(rowsByPath_, {});
-    for (int position = 0; position < sorted.size(); ++position) {
-        const DirItem& item = sorted.at(position);
-        FolderStatusRow* row = stale.take(item.path);
-        if (row == nullptr) {
-            row = new FolderStatusRow(environment_, item, rowsLayout_->parentWidget());
-        } else {
-            row->setItem(item);
-        }
-        rowsByPath_.insert(item.path, row);
-        if (rowsLayout_->indexOf(row) != position) {
-            rowsLayout_->removeWidget(row);
-            rowsLayout_->insertWidget(position, row);
-        }
-    }
-    qDeleteAll(stale);
+    folderList_->setFolders(environment_.ip.dirItems());
 }

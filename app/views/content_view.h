@@ -3,12 +3,11 @@
 // The "Status" tab: every watched folder with its progress, or, while there is none,
 // a spinner or a short text.
 
-#include <QHash>
 #include <QWidget>
 
+class FolderList;
 class FolderStatusRow;
 class QStackedLayout;
-class QVBoxLayout;
 class WaitingFace;
 struct ViewEnvironment;
 
@@ -21,7 +20,7 @@ public:
     // What the view shows now; tests read it.
     enum class Branch { folderList, spinner, waitingText };
     Branch branch() const { return branch_; }
-    // The rows from top to bottom.
+    // The rows that exist, from top to bottom: those in view.
     QList<FolderStatusRow*> rows() const;
 
 protected:
@@ -37,7 +36,6 @@ private:
     bool isStale_ = false;
 
     QStackedLayout* branches_;
-    QVBoxLayout* rowsLayout_;
-    QHash<QString, FolderStatusRow*> rowsByPath_;
+    FolderList* folderList_;
     WaitingFace* waitingFace_;
 };

@@ -81,12 +81,17 @@ void FolderStatusRow::setItem(const DirItem& item) {
     if (item == item_) {
         return;
     }
+    const bool sameFolder = item.path == item_.path;
     const int oldValue = barValue(item_.progress());
     item_ = item;
     openButton_->setSymbolName(item.icon());
     showTexts();
     const int newValue = barValue(item.progress());
-    if (newValue != oldValue) {
+    if (!sameFolder) {
+        // The row now stands for another folder: its bar shows that folder's progress at once.
+        progressAnimation_.stop();
+        progressBar_->setValue(newValue);
+    } else if (newValue != oldValue) {
         progressAnimation_.stop();
         progressAnimation_.setStartValue(progressBar_->value());
         progressAnimation_.setEndValue(newValue);
@@ -99,4 +104,6 @@ void FolderStatusRow::showTexts() {
     pathLabel_->setText(item_.path);
     statusLabel_->setText(item_.status);
     progressBar_->setAccessibleName(tr("%1: %2").arg(item_.name, item_.status));
+    openButton_->setAccessibleName(tr("Open %1").arg(item_.name));
+    webButton_->setAccessibleName(tr("Open %1 in %2").arg(item_.name, ServiceHostName()));
 }
