@@ -1,5 +1,9 @@
 #include <openssl/core_names.h>
-#include <openssl/kdf.h>
+#include <openssl/evp.h>
+
+#include <array>
+#include <initializer_list>
+#include <memory>
 
 #include "key_exchange/curve_keys.h"
 #include "key_exchange/openssl_support.h"
@@ -20,12 +24,54 @@ const char* DigestName(HashFunction hash) {
 
 // Fetching resolves the algorithm through OpenSSL's provider tables under a lock; once per
 // process is enough, and every message derives a key.
-EVP_KDF* Hkdf() {
-    static EVP_KDF* const hkdf = EVP_KDF_fetch(nullptr, "HKDF", nullptr);
-    if (hkdf == nullptr) {
-        ThrowCrypto(CryptoError::libraryFailure);
+// An HMAC context with its digest already set, copied for each use: naming the digest looks it
+// up among OpenSSL's providers again, which costs more than the few HMAC blocks a key takes.
+// The templates are never changed once made, so copying them from several threads is safe.
+EVP_MAC_CTX* HmacTemplate(HashFunction hash) {
+    const auto make = [](HashFunction function) {
+        EVP_MAC* hmac = EVP_MAC_fetch(nullptr, "HMAC", nullptr);
+        EVP_MAC_CTX* context = hmac != nullptr ? EVP_MAC_CTX_new(hmac) : nullptr;
+        EVP_MAC_free(hmac);  // the context keeps its own reference
+        char* digest = const_cast<char*>(DigestName(function));
+        const OSSL_PARAM params[] = {
+            OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digest, 0),
+            OSSL_PARAM_construct_end(),
+        };
+        if (context == nullptr || EVP_MAC_CTX_set_params(context, params) != 1) {
+            ThrowCrypto(CryptoError::libraryFailure);
+        }
+        return context;
+    };
+    static EVP_MAC_CTX* const sha256 = make(HashFunction::SHA256);
+    static EVP_MAC_CTX* const sha384 = make(HashFunction::SHA384);
+    static EVP_MAC_CTX* const sha512 = make(HashFunction::SHA512);
+    switch (hash) {
+        case HashFunction::SHA384:
+            return sha384;
+        case HashFunction::SHA512:
+            return sha512;
+        case HashFunction::SHA256:
+            break;
     }
-    return hkdf;
+    return sha256;
+}
+
+// HMAC of the parts one after another, written to out (room for the digest).
+void Hmac(HashFunction hash, QByteArrayView key, std::initializer_list<QByteArrayView> parts,
+          unsigned char* out) {
+    const MacCtxPtr context(EVP_MAC_CTX_dup(HmacTemplate(hash)));
+    bool ok = context != nullptr &&
+              EVP_MAC_init(context.get(), reinterpret_cast<const unsigned char*>(key.data()),
+                           static_cast<std::size_t>(key.size()), nullptr) == 1;
+    for (const QByteArrayView part : parts) {
+        ok =
+            ok && EVP_MAC_update(context.get(), reinterpret_cast<const unsigned char*>(part.data()),
+                                 static_cast<std::size_t>(part.size())) == 1;
+    }
+    std::size_t written = 0;
+    if (!ok || EVP_MAC_final(context.get(), out, &written, EVP_MAX_MD_SIZE) != 1) {
+        ThrowCrypto(CryptoError::derivationFailure);
+    }
 }
 
 }  // namespace
@@ -86,35 +132,18 @@ SymmetricKey KeyExchangeSymmetricKey(const SharedSecret& sharedSecret, HashFunct
     if (kdf != KeyExchangeKDF::hkdf) {
         throw std::system_error(KeyExchangeError::invalidKDF);
     }
-    KdfCtxPtr context(EVP_KDF_CTX_new(Hkdf()));
-    if (!context) {
-        ThrowCrypto(CryptoError::libraryFailure);
-    }
-    // An empty salt is HMAC's all-zero key, as RFC 5869 prescribes, and any other salt is used
-    // exactly as given. OpenSSL refuses a parameter without data, so an empty view gets one.
-    static char empty = 0;
-    const auto data = [](QByteArrayView view) {
-        return view.data() != nullptr ? const_cast<char*>(view.data()) : &empty;
-    };
-    char* digest = const_cast<char*>(DigestName(hash));
-    char* secret = data(sharedSecret.view());
-    char* salt = data(nonce);
-    char* info = data(additionalData);
-    const OSSL_PARAM params[] = {
-        OSSL_PARAM_construct_utf8_string(OSSL_KDF_PARAM_DIGEST, digest, 0),
-        OSSL_PARAM_construct_octet_string(OSSL_KDF_PARAM_KEY, secret,
-                                          static_cast<std::size_t>(sharedSecret.size())),
-        OSSL_PARAM_construct_octet_string(OSSL_KDF_PARAM_SALT, salt,
-                                          static_cast<std::size_t>(nonce.size())),
-        OSSL_PARAM_construct_octet_string(OSSL_KDF_PARAM_INFO, info,
-                                          static_cast<std::size_t>(additionalData.size())),
-        OSSL_PARAM_construct_end(),
-    };
+    // RFC 5869 for one block of output, which is the whole key here: extract, then expand.
+    // An empty salt is a digest's length of zero bytes, as the RFC prescribes.
     const int length = DigestByteCount(hash);
-    unsigned char derived[64];
-    if (EVP_KDF_derive(context.get(), derived, static_cast<std::size_t>(length), params) != 1) {
-        ThrowCrypto(CryptoError::derivationFailure);
-    }
+    const std::array<char, EVP_MAX_MD_SIZE> zeros{};
+    const QByteArrayView salt = nonce.isEmpty() ? QByteArrayView(zeros.data(), length) : nonce;
+    unsigned char pseudorandomKey[EVP_MAX_MD_SIZE];
+    Hmac(hash, salt, {sharedSecret.view()}, pseudorandomKey);
+    unsigned char derived[EVP_MAX_MD_SIZE];
+    const char counter = 1;
+    Hmac(hash, QByteArrayView(reinterpret_cast<const char*>(pseudorandomKey), length),
+         {additionalData, QByteArrayView(&counter, 1)}, derived);
+    OPENSSL_cleanse(pseudorandomKey, sizeof pseudorandomKey);
     SymmetricKey key(QByteArrayView(reinterpret_cast<const char*>(derived), length));
     OPENSSL_cleanse(derived, sizeof derived);
     return key;

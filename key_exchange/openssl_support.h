@@ -4,7 +4,6 @@
 
 #include <openssl/bn.h>
 #include <openssl/evp.h>
-#include <openssl/kdf.h>
 
 #include <memory>
 #include <system_error>
@@ -22,7 +21,7 @@ struct OpenSSLDeleter {
 using PKeyPtr = std::unique_ptr<EVP_PKEY, OpenSSLDeleter<EVP_PKEY_free>>;
 using PKeyCtxPtr = std::unique_ptr<EVP_PKEY_CTX, OpenSSLDeleter<EVP_PKEY_CTX_free>>;
 using CipherCtxPtr = std::unique_ptr<EVP_CIPHER_CTX, OpenSSLDeleter<EVP_CIPHER_CTX_free>>;
-using KdfCtxPtr = std::unique_ptr<EVP_KDF_CTX, OpenSSLDeleter<EVP_KDF_CTX_free>>;
+using MacCtxPtr = std::unique_ptr<EVP_MAC_CTX, OpenSSLDeleter<EVP_MAC_CTX_free>>;
 using BignumPtr = std::unique_ptr<BIGNUM, OpenSSLDeleter<BN_clear_free>>;
 
 // Drops whatever OpenSSL queued about the failure (so it cannot be mistaken later for the
