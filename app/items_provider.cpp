@@ -108,7 +108,15 @@ void ItemsProvider::superviseHelper() {
 }
 
 void ItemsProvider::startRequestLoop() {
-    QTimer::singleShot(requestInterval, this, &ItemsProvider::sendPing);
+    // One timer for the whole loop: a fresh one for every ping would be made, registered
+    // and destroyed ten times a second.
+    if (requestTimer_ == nullptr) {
+        requestTimer_ = new QTimer(this);
+        requestTimer_->setSingleShot(true);
+        requestTimer_->setInterval(requestInterval);
+        connect(requestTimer_, &QTimer::timeout, this, &ItemsProvider::sendPing);
+    }
+    requestTimer_->start();
 }
 
 void ItemsProvider::sendPing() {

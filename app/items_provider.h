@@ -107,6 +107,7 @@ private:
     QString menuBarString_;
     bool isHelperSilent_ = false;
     QTimer* silenceWatch_ = nullptr;
+    QTimer* requestTimer_ = nullptr;
 
     std::optional<QByteArray> pingMessage_;
     std::shared_ptr<HelperAnswerReader> answerReader_ = std::make_shared<HelperAnswerReader>();

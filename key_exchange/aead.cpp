@@ -274,6 +274,11 @@ QByteArray AEADRandomNonce(KeyExchangeAEAD aead) {
     return KeyExchangeRandomBytes(kNonceSize);
 }
 
+QByteArray AEADRandomNonces(KeyExchangeAEAD aead) {
+    RequireKnown(aead);
+    return KeyExchangeRandomBytes(kRandomKeySize + kNonceSize);
+}
+
 SealedBox AESGCMEncrypt(const SymmetricKey& key, QByteArrayView message, QByteArrayView nonce,
                         QByteArrayView additionalData) {
     RequireNonce(nonce);

@@ -209,6 +209,9 @@ QByteArray KeyExchangeRandomBytes(std::int64_t count);
 QByteArray KeyExchangeRandomBits(std::int64_t bitCount);
 QByteArray AEADRandomKey(KeyExchangeAEAD aead);
 QByteArray AEADRandomNonce(KeyExchangeAEAD aead);
+// A random key followed by a random nonce, drawn at once.
+QByteArray AEADRandomNonces(KeyExchangeAEAD aead);
+inline constexpr qsizetype AEADNonceSize = 12;
 
 SealedBox AESGCMEncrypt(const SymmetricKey& key, QByteArrayView message, QByteArrayView nonce,
                         QByteArrayView additionalData);

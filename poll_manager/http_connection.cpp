@@ -301,6 +301,13 @@ std::variant<qsizetype, std::error_code> HttpConnection::readSome(Deadline deadl
     if (buffer_.size() - received_ < kReadStep / 4) {
         buffer_.resize(std::max(buffer_.size() * 2, received_ + kReadStep));
     }
+    // Right after the request nothing has come yet: waiting first saves a read that only
+    // says so.
+    if (received_ == 0) {
+        if (const std::error_code error = waitFor(POLLIN, deadline)) {
+            return error;
+        }
+    }
     while (true) {
         const ssize_t count =
             ::recv(socket_, buffer_.data() + received_, std::size_t(buffer_.size() - received_), 0);

@@ -239,20 +239,25 @@ QFuture<QJsonValue> PollManager::request(const KeyExchangeTypeIDAndData& message
 
 QFuture<QByteArray> PollManager::requestJSONText(QByteArray messageJSON, std::int64_t port,
                                                  const QString& path) {
-    const QUrl url = LocalURL(port, path);
-    if (!url.isValid()) {
-        return failed<QByteArray>(PollManagerError::urlError);
+    // The loop asks for the same address ten times a second; a URL is built once for it.
+    if (!requestEndpoint_ || requestEndpoint_->port != port || requestEndpoint_->path != path) {
+        const QUrl url = LocalURL(port, path);
+        if (!url.isValid()) {
+            return failed<QByteArray>(PollManagerError::urlError);
+        }
+        requestEndpoint_ = RequestEndpoint{port, path, url.host(), requestTarget(url)};
     }
     auto promise = std::make_shared<QPromise<QByteArray>>();
     QFuture<QByteArray> future = promise->future();
     promise->start();
-    worker_->submit([this, messageJSON = std::move(messageJSON), url, promise,
-                     limits = requestLimits_](HttpConnection& connection) {
+    worker_->submit([this, messageJSON = std::move(messageJSON), endpoint = *requestEndpoint_,
+                     promise, limits = requestLimits_](HttpConnection& connection) {
         try {
             const QByteArray body =
                 kes_->encryptToJSON(messageJSON, KeyExchangeCurrentTimestampData());
-            promise->addResult(openAnswer(bodyOf200(connection.post(
-                url.host(), url.port(), requestTarget(url), requestHeaders_, body, limits))));
+            promise->addResult(openAnswer(
+                bodyOf200(connection.post(endpoint.host, static_cast<int>(endpoint.port),
+                                          endpoint.target, requestHeaders_, body, limits))));
         } catch (...) {
             promise->setException(std::current_exception());
         }

@@ -185,6 +185,13 @@ private:
     Clock clock_;
 
     HttpLimits requestLimits_ = defaultRequestLimits;
+    struct RequestEndpoint {
+        std::int64_t port;
+        QString path;
+        QString host;
+        QByteArray target;
+    };
+    std::optional<RequestEndpoint> requestEndpoint_;
     QByteArray requestHeaders_;  // the header lines every request to the helper carries
     // Last, so that it goes first: its jobs use the store and the freshness check.
     std::unique_ptr<TransportWorker> worker_;
