@@ -173,8 +173,9 @@ void freshnessWindow(int size, int answers) {
         checkedAt = {};
         QFuture<QByteArray> answer =
             pm.requestJSONText(ping, server.port(), QStringLiteral("/request"));
-        answer.waitForFinished();
         try {
+            // Rethrows a failed request's exception, as result() does.
+            answer.waitForFinished();
             accepted += answer.result() == folders ? 1 : 0;
         } catch (const std::exception&) {
             // Stale, or not opened: counted as not accepted.

@@ -86,8 +86,9 @@ Comparison compare(int count, Clock::duration spacing, Sealed sealedRound, Floor
 
 template <typename T>
 bool succeeded(QFuture<T> future) {
-    future.waitForFinished();
     try {
+        // Rethrows a failed request's exception, as result() does.
+        future.waitForFinished();
         (void)future.result();
         return true;
     } catch (const std::exception&) {
@@ -207,7 +208,6 @@ int main(int argc, char** argv) {
         return 1;
     }
 
-    // Killed by QProcess on the way out, however main ends.
     QProcess echo;
     echo.start(QStringLiteral(BRISVANE_BARE_ECHO), {});
     if (!echo.waitForStarted() || !echo.waitForReadyRead()) {
@@ -260,5 +260,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     std::printf("goal: sealed p99 under 300 µs\n");
+    echo.kill();
+    echo.waitForFinished();
     return 0;
 }
