@@ -139,13 +139,13 @@ void runSize(int size, Answers answers, int cycles) {
 void freshnessWindow(int size, int answers) {
     const auto serverStore = KeyExchange_Curve25519_SHA256_HKDF_AESGCM();
     const QString serverKey = serverStore->LocalPublicKey();
+    bare::Clock::time_point checkedAt;
     PollManager pm([&serverKey] {
         auto store = KeyExchange_Curve25519_SHA256_HKDF_AESGCM();
         store->setExternalPublicKey(serverKey);
         return store;
     });
     serverStore->setExternalPublicKey(pm.kes().LocalPublicKey());
-    bare::Clock::time_point checkedAt;
     pm.setClock([&checkedAt] {
         checkedAt = bare::Clock::now();
         return KeyExchangeCurrentTimestamp();
