@@ -154,15 +154,6 @@ def cpu_seconds(pid):
     return (int(fields[11]) + int(fields[12])) / CLOCK_TICKS_PER_S
 
 
-def bytes_written(pid):
-    """Everything the process has handed to write and send calls so far (wchar)."""
-    for line in Path(f"/proc/{pid}/io").read_text().splitlines():
-        name, _, value = line.partition(":")
-        if name == "wchar":
-            return int(value)
-    raise BenchError(f"/proc/{pid}/io has no wchar")
-
-
 def megabytes(kib):
     return kib * 1024 / 1e6
 

@@ -8,8 +8,9 @@ ping, which carries all the folders, prints at the end of every sample period:
 
   the application's VmRSS and VmHWM, and its CPU time over the period as a share of one
   core; the helper's VmRSS beside them (the helper is not the application); and what the
-  application wrote in the period, per second: its pings carry the folder list back once
-  it has taken the helper's answer, so a few kB/s mean that it never did.
+  application sent the helper in the period, per second, as the kernel counts it on their
+  connections: its pings carry the folder list back once it has taken the helper's
+  answer, so a few kB/s mean that it never did.
 
 At the end: how VmRSS grew from the first sample to the last (goal: at most 150 MB
 resident, flat after the first minute). The figures are printed, never judged.
@@ -18,13 +19,16 @@ usage: soak [--minutes N] [--seconds-per-sample S] [--folders N]
 """
 
 import argparse
+import re
+import subprocess
 import sys
 import time
+from pathlib import Path
 
 sys.dont_write_bytecode = True  # nothing of a run lands beside the scripts
 from bench_desktop import (Application, BenchError, Desktop, Home,  # noqa: E402
-                           Processes, bytes_written, cpu_seconds, megabytes, memory_of,
-                           missing_tools, prepare_to_run)
+                           Processes, cpu_seconds, megabytes, memory_of, missing_tools,
+                           prepare_to_run)
 
 # Filled in by the build.
 APPLICATION = "$<TARGET_FILE:brisvane>"
@@ -45,6 +49,28 @@ def seed_folders(home, count):
     home.write_demo_state(folders)
 
 
+def helper_port(helper_pid):
+    """The loopback port the helper was told to answer on."""
+    for argument in Path(f"/proc/{helper_pid}/cmdline").read_bytes().split(b"\0"):
+        if argument.startswith(b"-port="):
+            return int(argument[len(b"-port="):])
+    raise BenchError("the helper was started without -port=")
+
+
+def bytes_sent_to(port):
+    """Bytes sent on each open connection to 127.0.0.1:port, by local address. Taken
+    from the kernel's TCP figures, since /proc's write counters miss send calls."""
+    sockets = subprocess.run(["ss", "-Htin", "state", "established", "dst", f"127.0.0.1:{port}"],
+                             capture_output=True, text=True, check=True).stdout
+    # Each connection: its addresses on one line, then its TCP figures on the next.
+    sent = {}
+    for addresses, figures in re.findall(r"^\S*\s*\d+\s+\d+\s+(\S+)\s+\S+\s*\n(.*)$",
+                                         sockets, re.MULTILINE):
+        found = re.search(r"bytes_sent:(\d+)", figures)
+        sent[addresses] = int(found.group(1)) if found else 0
+    return sent
+
+
 class Sampler:
     """The application's and its helper's figures at the end of each period."""
 
@@ -54,22 +80,24 @@ class Sampler:
         self.helper = application.helper_pid()
         if self.helper is None:
             raise BenchError(application.describe_failure("the helper is not running"))
+        self.port = helper_port(self.helper)
         self.last = self._counters()
 
     def _counters(self):
-        return time.monotonic(), cpu_seconds(self.pid), bytes_written(self.pid)
+        return time.monotonic(), cpu_seconds(self.pid), bytes_sent_to(self.port)
 
     def sample(self):
-        """VmRSS, VmHWM and the helper's VmRSS in MB, CPU % of one core and kB written
-        per second since the last sample."""
+        """VmRSS, VmHWM and the helper's VmRSS in MB, CPU % of one core and kB sent to
+        the helper per second since the last sample."""
         now = self._counters()
         elapsed = now[0] - self.last[0]
         cpu_percent = 100 * (now[1] - self.last[1]) / elapsed
-        written_kb_s = (now[2] - self.last[2]) / 1e3 / elapsed
+        # A connection opened since the last sample counts from nothing.
+        sent = sum(count - self.last[2].get(addresses, 0) for addresses, count in now[2].items())
         self.last = now
         memory = memory_of(self.pid)
         return (megabytes(memory["VmRSS"]), megabytes(memory["VmHWM"]),
-                megabytes(memory_of(self.helper)["VmRSS"]), cpu_percent, written_kb_s)
+                megabytes(memory_of(self.helper)["VmRSS"]), cpu_percent, sent / 1e3 / elapsed)
 
 
 def soak(processes, desktop, arguments):
@@ -93,7 +121,7 @@ def soak(processes, desktop, arguments):
 def sample_periods(application, arguments):
     period = arguments.seconds_per_sample
     samples = max(1, round(arguments.minutes * 60 / period))
-    print(f"{'at':>7}  {'VmRSS':>8}  {'VmHWM':>8}  {'CPU':>7}  {'written':>11}  "
+    print(f"{'at':>7}  {'VmRSS':>8}  {'VmHWM':>8}  {'CPU':>7}  {'to helper':>11}  "
           f"{'helper VmRSS':>12}")
     sampler = Sampler(application)
     rss = []
@@ -104,10 +132,10 @@ def sample_periods(application, arguments):
             time.sleep(min(1.0, left))
             application.read_now()
             application.check_running()
-        app_rss, app_hwm, helper_rss, cpu_percent, written = sampler.sample()
+        app_rss, app_hwm, helper_rss, cpu_percent, sent = sampler.sample()
         rss.append(app_rss)
         print(f"{index * period:>5g} s  {app_rss:>5.1f} MB  {app_hwm:>5.1f} MB  "
-              f"{cpu_percent:>5.1f} %  {written:>6.0f} kB/s  {helper_rss:>9.1f} MB", flush=True)
+              f"{cpu_percent:>5.1f} %  {sent:>6.0f} kB/s  {helper_rss:>9.1f} MB", flush=True)
     return rss
 
 
@@ -128,7 +156,7 @@ def parse_arguments():
 
 def main():
     arguments = parse_arguments()
-    missing = missing_tools()
+    missing = missing_tools("ss")
     if missing:
         sys.exit(f"soak: {', '.join(missing)} missing (scripts/install-deps.sh installs them)")
     prepare_to_run()
