@@ -1,24 +1,31 @@
-// Round trips of sealed pings through PollManager against the demo helper, next to
-// a floor measured in the same run: keep-alive POSTs of the same bytes to a bare
-// echo endpoint, with no sealing or opening.
+// Round trips of sealed pings through PollManager against the demo helper, beside a
+// floor measured in the same run: the same sealed bytes POSTed over a kept-alive
+// connection by a bare socket client (one write, one blocking read) to bare_echo, a
+// bare socket server in a process of its own, as the helper is. The floor has no
+// event loop, no hand-over between threads and no sealing, so the gap between the
+// two is what the application's transport and cryptography cost.
 //
-//   roundtrip [--count N] [--stress]
+//   roundtrip [--count N] [--stress] [--interval-ms N] [--paced-count N]
 //
-// --stress repeats both measurements while stress-ng loads every core.
+// Back to back, pings start 2 ms apart (N round trips of each kind, default 5000).
+// --interval-ms also paces them the way the application does (100: ten a second, with
+// the caches gone cold in between), for --paced-count round trips of each kind
+// (default 300). --stress repeats everything while stress-ng --cpu 2 loads the machine.
 
 #include <QCoreApplication>
 #include <QProcess>
-#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QThread>
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <optional>
+#include <cstdlib>
+#include <exception>
+#include <string>
 #include <thread>
 #include <vector>
 
+#include "bare_http.h"
 #include "poll_manager/poll_manager.h"
 
 namespace {
@@ -28,13 +35,14 @@ using Clock = std::chrono::steady_clock;
 struct Figures {
     std::vector<double> microseconds;
     int accepted = 0;
-    int total = 0;
 
-    double percentile(double p) {
-        std::sort(microseconds.begin(), microseconds.end());
-        const auto index =
-            static_cast<std::size_t>(p * static_cast<double>(microseconds.size() - 1));
-        return microseconds[index];
+    double percentile(double p) const {
+        std::vector<double> sorted = microseconds;
+        std::sort(sorted.begin(), sorted.end());
+        return sorted[static_cast<std::size_t>(p * static_cast<double>(sorted.size() - 1))];
+    }
+    double acceptedPercent() const {
+        return 100.0 * accepted / static_cast<double>(microseconds.size());
     }
 };
 
@@ -42,28 +50,45 @@ struct Figures {
 // helper never seals two in one millisecond; pings start 2 ms apart so that this
 // rule never adds to a round trip (the application pings every 100 ms).
 constexpr auto kPingSpacing = std::chrono::milliseconds(2);
+// The two kinds take turns in blocks of this many, so that a change of load on the
+// shared machine falls on both alike.
+constexpr int kBlock = 250;
 
 template <typename Send>
-Figures measure(int count, Send send) {
-    Figures figures;
-    figures.total = count;
+void measure(Figures& figures, int count, Clock::duration spacing, Send send) {
     auto next = Clock::now();
     for (int i = 0; i < count; ++i) {
         std::this_thread::sleep_until(next);
         const auto start = Clock::now();
-        next = start + kPingSpacing;
+        next = start + spacing;
         const bool ok = send();
         figures.microseconds.push_back(
             std::chrono::duration<double, std::micro>(Clock::now() - start).count());
         figures.accepted += ok ? 1 : 0;
     }
-    return figures;
+}
+
+struct Comparison {
+    Figures sealed;
+    Figures floor;
+};
+
+template <typename Sealed, typename Floor>
+Comparison compare(int count, Clock::duration spacing, Sealed sealedRound, Floor floorRound) {
+    Comparison comparison;
+    for (int done = 0; done < count; done += kBlock) {
+        const int block = std::min(kBlock, count - done);
+        measure(comparison.sealed, block, spacing, sealedRound);
+        measure(comparison.floor, block, spacing, floorRound);
+    }
+    return comparison;
 }
 
 template <typename T>
 bool succeeded(QFuture<T> future) {
-    future.waitForFinished();
     try {
+        // Rethrows a failed request's exception, as result() does.
+        future.waitForFinished();
         (void)future.result();
         return true;
     } catch (const std::exception&) {
@@ -109,34 +134,72 @@ private:
     std::thread supervision_;
 };
 
-void report(const char* label, Figures sealed, Figures floor) {
-    const double sealedMedian = sealed.percentile(0.5);
-    const double floorMedian = floor.percentile(0.5);
-    std::printf("%s\n", label);
-    std::printf(
-        "  sealed ping via PollManager: median %7.1f us  p99 %7.1f us  accepted %d/%d (%.2f %%)\n",
-        sealedMedian, sealed.percentile(0.99), sealed.accepted, sealed.total,
-        100.0 * sealed.accepted / sealed.total);
-    std::printf("  bare keep-alive POST (floor): median %7.1f us  p99 %7.1f us\n", floorMedian,
-                floor.percentile(0.99));
-    std::printf("  ratio sealed/floor: median %.2fx\n", sealedMedian / floorMedian);
+// stress-ng loading both cores for as long as it lives. Ended with SIGTERM, which
+// stress-ng passes on to its workers; a SIGKILL would leave them spinning.
+class CpuLoad {
+public:
+    CpuLoad() {
+        load_.start(QStringLiteral("stress-ng"),
+                    {QStringLiteral("--cpu"), QStringLiteral("2"), QStringLiteral("--quiet")});
+    }
+    ~CpuLoad() {
+        load_.terminate();
+        load_.waitForFinished();
+    }
+    bool started() { return load_.waitForStarted(); }
+
+private:
+    QProcess load_;
+};
+
+void report(const std::string& label, int count, const Comparison& figures) {
+    const Figures& sealed = figures.sealed;
+    const Figures& floor = figures.floor;
+    std::printf("%s, %d round trips each\n", label.c_str(), count);
+    std::printf("  sealed ping via PollManager:  median %7.1f µs  p99 %7.1f µs  accepted %.2f %%\n",
+                sealed.percentile(0.5), sealed.percentile(0.99), sealed.acceptedPercent());
+    std::printf("  bare socket floor:            median %7.1f µs  p99 %7.1f µs\n",
+                floor.percentile(0.5), floor.percentile(0.99));
+    std::printf("  ratio sealed/floor:           median %7.2fx    p99 %7.2fx\n",
+                sealed.percentile(0.5) / floor.percentile(0.5),
+                sealed.percentile(0.99) / floor.percentile(0.99));
     std::fflush(stdout);
+}
+
+struct Options {
+    int count = 5000;
+    bool stress = false;
+    int intervalMs = 0;
+    int pacedCount = 300;
+};
+
+Options parse(const QStringList& args) {
+    Options options;
+    for (int i = 1; i < args.size(); ++i) {
+        const bool hasValue = i + 1 < args.size();
+        if (args[i] == QLatin1String("--count") && hasValue) {
+            options.count = std::max(1, args[++i].toInt());
+        } else if (args[i] == QLatin1String("--stress")) {
+            options.stress = true;
+        } else if (args[i] == QLatin1String("--interval-ms") && hasValue) {
+            options.intervalMs = std::max(0, args[++i].toInt());
+        } else if (args[i] == QLatin1String("--paced-count") && hasValue) {
+            options.pacedCount = std::max(1, args[++i].toInt());
+        } else {
+            std::fprintf(stderr,
+                         "usage: roundtrip [--count N] [--stress] [--interval-ms N] "
+                         "[--paced-count N]\n");
+            std::exit(2);
+        }
+    }
+    return options;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
-    int count = 5000;
-    bool stress = false;
-    const QStringList args = app.arguments();
-    for (int i = 1; i < args.size(); ++i) {
-        if (args[i] == QLatin1String("--count") && i + 1 < args.size()) {
-            count = args[++i].toInt();
-        } else if (args[i] == QLatin1String("--stress")) {
-            stress = true;
-        }
-    }
+    const Options options = parse(app.arguments());
 
     QTemporaryDir stateHome;
     Helper helper(stateHome.path());
@@ -146,45 +209,57 @@ int main(int argc, char** argv) {
     }
 
     QProcess echo;
-    echo.start(QStringLiteral(BRISVANE_ECHO_SERVER), {});
+    echo.start(QStringLiteral(BRISVANE_BARE_ECHO), {});
     if (!echo.waitForStarted() || !echo.waitForReadyRead()) {
-        std::fprintf(stderr, "the echo endpoint did not start\n");
+        std::fprintf(stderr, "the bare echo server did not start\n");
         return 1;
     }
     const int echoPort = echo.readLine().trimmed().toInt();
 
     const KeyExchangeTypeIDAndData ping{QStringLiteral("ping"), QString(), QStringLiteral("[]")};
     const QString path = QStringLiteral("/request");
-    const KeyExchangeAEADStore sameBytes =
-        helper.pm.kes().encodeJSONAndEncrypt(ping, KeyExchangeCurrentTimestampData());
-    const QUrl echoURL = PollManager::LocalURL(echoPort, QStringLiteral("/echo"));
+    const QByteArray sameBytes =
+        JSONEncode(helper.pm.kes().encodeJSONAndEncrypt(ping, KeyExchangeCurrentTimestampData()));
+    const std::string_view floorBody(sameBytes.constData(),
+                                     static_cast<std::size_t>(sameBytes.size()));
 
-    auto sealedRound = [&] { return succeeded(helper.pm.request(ping, helper.port, path)); };
-    auto floorRound = [&] {
-        return succeeded(helper.pm.publishWithURL(sameBytes, echoURL, helper.pm.bearerToken()));
-    };
+    try {
+        bare::Client floorClient(echoPort, path.toStdString(),
+                                 helper.pm.kes().LocalPublicKey().toStdString());
+        auto sealedRound = [&] { return succeeded(helper.pm.request(ping, helper.port, path)); };
+        auto floorRound = [&] { return floorClient.post(floorBody).size() == floorBody.size(); };
 
-    std::printf("request body %lld bytes, %d round trips each\n",
-                static_cast<long long>(JSONEncode(sameBytes).size()), count);
-    measure(200, sealedRound);
-    measure(200, floorRound);
-    report("idle machine", measure(count, sealedRound), measure(count, floorRound));
+        std::printf("request body %zu bytes, the same sealed bytes on both paths\n",
+                    floorBody.size());
+        compare(200, kPingSpacing, sealedRound, floorRound);  // warm-up, not reported
 
-    if (stress) {
-        QProcess load;
-        load.start(QStringLiteral("stress-ng"),
-                   {QStringLiteral("--cpu"), QString::number(QThread::idealThreadCount()),
-                    QStringLiteral("--quiet")});
-        if (!load.waitForStarted()) {
-            std::fprintf(stderr, "stress-ng is not available\n");
-            return 1;
+        auto run = [&](const std::string& load) {
+            report(load + ", back to back (pings 2 ms apart)", options.count,
+                   compare(options.count, kPingSpacing, sealedRound, floorRound));
+            if (options.intervalMs > 0) {
+                const Clock::duration interval = std::max<Clock::duration>(
+                    kPingSpacing, std::chrono::milliseconds(options.intervalMs));
+                report(load + ", paced every " + std::to_string(options.intervalMs) + " ms",
+                       options.pacedCount,
+                       compare(options.pacedCount, interval, sealedRound, floorRound));
+            }
+        };
+        run("idle machine");
+
+        if (options.stress) {
+            CpuLoad load;
+            if (!load.started()) {
+                std::fprintf(stderr, "stress-ng is not available (scripts/install-deps.sh)\n");
+                return 1;
+            }
+            QThread::sleep(1);
+            run("under stress-ng --cpu 2");
         }
-        QThread::sleep(1);
-        report("under stress-ng --cpu load", measure(count, sealedRound),
-               measure(count, floorRound));
-        load.terminate();
-        load.waitForFinished();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "roundtrip: the floor failed: %s\n", error.what());
+        return 1;
     }
+    std::printf("goal: sealed p99 under 300 µs\n");
     echo.kill();
     echo.waitForFinished();
     return 0;

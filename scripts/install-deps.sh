@@ -11,9 +11,9 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
     libcpp-httplib-dev
     python3 python3-cryptography
-    stress-ng
+    stress-ng iproute2
     xvfb openbox trayer xdotool imagemagick x11-utils libxcb1-dev
-    dbus dbus-x11 at-spi2-core python3-pyatspi
+    dbus dbus-x11 libglib2.0-bin at-spi2-core python3-pyatspi
     sway waybar grim qt6-wayland wtype jq python3-pil
     passwd fonts-dejavu-core
     desktop-file-utils appstream dpkg-dev debootstrap file lintian
