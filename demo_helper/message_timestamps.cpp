@@ -18,14 +18,21 @@ bool RequestFreshness::admit(std::int64_t timestamp, const QByteArray& identity,
         return false;
     }
     std::lock_guard guard(lock_);
-    // Forget what has left the window: a replay of it would now be refused as stale.
-    std::erase_if(seen_, [&](const Seen& seen) { return seen.timestamp < now - window_; });
-    const bool replayed = std::any_of(seen_.begin(), seen_.end(),
-                                      [&](const Seen& seen) { return seen.identity == identity; });
-    if (replayed) {
+    // Forget what has left the window: a replay of it would now be refused as stale. The
+    // list is kept in timestamp order, so what has left is at the front.
+    while (!seen_.empty() && seen_.front().timestamp < now - window_) {
+        seenIdentities_.remove(seen_.front().identity);
+        seen_.pop_front();
+    }
+    if (seenIdentities_.contains(identity)) {
         return false;
     }
-    seen_.push_back({timestamp, identity});
+    // Requests come in nearly in order: the place is found from the back.
+    const auto later = std::find_if(seen_.rbegin(), seen_.rend(), [&](const Seen& seen) {
+                           return seen.timestamp <= timestamp;
+                       }).base();
+    seen_.insert(later, {timestamp, identity});
+    seenIdentities_.insert(identity);
     return true;
 }
 

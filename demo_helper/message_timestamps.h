@@ -4,6 +4,7 @@
 // of requests, choosing those of answers.
 
 #include <QByteArray>
+#include <QSet>
 #include <QString>
 #include <cstdint>
 #include <deque>
@@ -34,7 +35,8 @@ private:
 
     const std::int64_t window_;
     std::mutex lock_;
-    std::deque<Seen> seen_;  // only what is still inside the window
+    std::deque<Seen> seen_;            // only what is still inside the window, oldest first
+    QSet<QByteArray> seenIdentities_;  // the same, to look up
 };
 
 // Timestamps for answers. The application accepts an answer only if its timestamp is
