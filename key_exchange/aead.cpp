@@ -5,9 +5,10 @@
 #include <climits>
 #include <cstdint>
 
-#include "key_exchange/base64.h"
-#include "key_exchange/fatal.h"
-#include "key_exchange/openssl_support.h"
+#include "diagnostics/diagnostics.h"
+#include "openssl_support.h"
+#include "records/base64.h"
+#include "stops.h"
 
 namespace {
 
@@ -173,14 +174,6 @@ void RequireCombined(QByteArrayView combined) {
     }
 }
 
-QByteArray DecodeOrStop(QStringView text, const char* what) {
-    std::optional<QByteArray> bytes = Base64Decode(text);
-    if (!bytes) {
-        KeyExchangeFatal(what);
-    }
-    return *std::move(bytes);
-}
-
 // Opens the combined form straight from its base64 text, chunk by chunk. A character outside
 // the alphabet stops the program wherever it is found, and the tag is only known at the end,
 // so nothing is reported before the whole text has been read, as with decoding it first.
@@ -190,7 +183,7 @@ QByteArray OpenText(const EVP_CIPHER* cipher, const SymmetricKey& key, QStringVi
     const qsizetype groupCount = text.size() / 4;
     std::array<unsigned char, kNonceSize> nonce{};
     if (!Base64DecodeGroups(in, kNonceSize / 3, nonce.data())) {
-        KeyExchangeFatal("the ciphertext is not base64");
+        Diagnostics::stop(kKeyExchangeStopHeading, "the ciphertext is not base64");
     }
     CipherRun run(cipher, false, key, nonce.data(), additionalData);
 
@@ -217,14 +210,14 @@ QByteArray OpenText(const EVP_CIPHER* cipher, const SymmetricKey& key, QStringVi
     for (qsizetype group = kNonceSize / 3; group < groupCount - 1;) {
         const qsizetype groups = std::min(kChunkGroups, groupCount - 1 - group);
         if (!Base64DecodeGroups(in + 4 * group, groups, chunk.data())) {
-            KeyExchangeFatal("the ciphertext is not base64");
+            Diagnostics::stop(kKeyExchangeStopHeading, "the ciphertext is not base64");
         }
         consume(chunk.data(), 3 * groups);
         group += groups;
     }
     const int last = Base64DecodeLastGroup(in + 4 * (groupCount - 1), chunk.data());
     if (last < 0) {
-        KeyExchangeFatal("the ciphertext is not base64");
+        Diagnostics::stop(kKeyExchangeStopHeading, "the ciphertext is not base64");
     }
     consume(chunk.data(), last);
 
@@ -237,12 +230,20 @@ QByteArray OpenText(const EVP_CIPHER* cipher, const SymmetricKey& key, QStringVi
 
 }  // namespace
 
+QByteArray DecodeBase64OrStop(QStringView text, const char* reason) {
+    std::optional<QByteArray> bytes = Base64Decode(text);
+    if (!bytes) {
+        Diagnostics::stop(kKeyExchangeStopHeading, reason);
+    }
+    return *std::move(bytes);
+}
+
 QByteArray KeyExchangeRandomBytes(std::int64_t count) {
     if (count < 0) {
-        KeyExchangeFatal("a negative count of random bytes");
+        Diagnostics::stop(kKeyExchangeStopHeading, "a negative count of random bytes");
     }
     if (count > INT64_MAX / 8) {
-        KeyExchangeFatal("the bit count of the random bytes overflows");
+        Diagnostics::stop(kKeyExchangeStopHeading, "the bit count of the random bytes overflows");
     }
     QByteArray bytes(static_cast<qsizetype>(count), Qt::Uninitialized);
     auto* out = reinterpret_cast<unsigned char*>(bytes.data());
@@ -258,7 +259,7 @@ QByteArray KeyExchangeRandomBytes(std::int64_t count) {
 
 QByteArray KeyExchangeRandomBits(std::int64_t bitCount) {
     if (bitCount < 0) {
-        KeyExchangeFatal("a negative count of random bits");
+        Diagnostics::stop(kKeyExchangeStopHeading, "a negative count of random bits");
     }
     return KeyExchangeRandomBytes(bitCount / 8);
 }
@@ -334,17 +335,17 @@ QByteArray AEADDecrypt(KeyExchangeAEAD aead, const SymmetricKey& key, QStringVie
     RequireKnown(aead);
     const std::optional<qsizetype> combinedSize = Base64DecodedLength(ciphertext);
     if (!combinedSize) {
-        KeyExchangeFatal("the ciphertext is not base64");
+        Diagnostics::stop(kKeyExchangeStopHeading, "the ciphertext is not base64");
     }
     const QByteArray authenticated =
-        DecodeOrStop(additionalData, "the additional data is not base64");
+        DecodeBase64OrStop(additionalData, "the additional data is not base64");
     const bool keyFits = aead == KeyExchangeAEAD::chachapoly
                              ? key.size() == 32
                              : key.size() == 16 || key.size() == 24 || key.size() == 32;
     if (*combinedSize < kNonceSize + kTagSize || !keyFits) {
         // The refusal comes after the whole text has been decoded, so a text that is not base64
         // still stops the program first.
-        const QByteArray combined = DecodeOrStop(ciphertext, "the ciphertext is not base64");
+        const QByteArray combined = DecodeBase64OrStop(ciphertext, "the ciphertext is not base64");
         return aead == KeyExchangeAEAD::aesgcm ? AESGCMDecrypt(key, combined, authenticated)
                                                : ChaChaPolyDecrypt(key, combined, authenticated);
     }

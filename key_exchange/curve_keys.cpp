@@ -3,7 +3,7 @@
 // keys the big-endian scalar padded to the field's byte length. The curves differ only in the
 // rows of one table and in which of two OpenSSL key shapes they use.
 
-#include "key_exchange/curve_keys.h"
+#include "curve_keys.h"
 
 #include <openssl/core_names.h>
 #include <openssl/ec.h>
@@ -13,8 +13,8 @@
 
 #include <array>
 
-#include "key_exchange/base64.h"
-#include "key_exchange/openssl_support.h"
+#include "openssl_support.h"
+#include "records/base64.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 #include <openssl/core_names.h>
 #include <openssl/kdf.h>
 
-#include "key_exchange/curve_keys.h"
-#include "key_exchange/openssl_support.h"
+#include "curve_keys.h"
+#include "openssl_support.h"
 
 namespace {
 

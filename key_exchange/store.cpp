@@ -1,18 +1,7 @@
-#include "key_exchange/base64.h"
-#include "key_exchange/fatal.h"
-#include "key_exchange/key_exchange.h"
-
-namespace {
-
-QByteArray DecodeOrStop(QStringView text, const char* what) {
-    std::optional<QByteArray> bytes = Base64Decode(text);
-    if (!bytes) {
-        KeyExchangeFatal(what);
-    }
-    return *std::move(bytes);
-}
-
-}  // namespace
+#include "diagnostics/diagnostics.h"
+#include "key_exchange.h"
+#include "records/base64.h"
+#include "stops.h"
 
 KeyExchangeStore::KeyExchangeStore() = default;
 
@@ -91,7 +80,8 @@ void KeyExchangeStore::requirePaired() const {
         throw std::system_error(KeyExchangeError::publicKeyNotSet);
     }
     if (!sharedSecret_) {
-        KeyExchangeFatal("the store knows the helper's key but holds no shared secret");
+        Diagnostics::stop(kKeyExchangeStopHeading,
+                          "the store knows the helper's key but holds no shared secret");
     }
     return *sharedSecret_;
 }
@@ -137,9 +127,9 @@ KeyExchangeAEADStore KeyExchangeStore::encodeJSONAndEncryptWithNonces(
 QByteArray KeyExchangeStore::decrypt(QStringView kdfNonce, QStringView ciphertext,
                                      QStringView aeadNonce, QStringView additionalData) const {
     const ::SharedSecret secret = pairedSecret();
-    const QByteArray salt = DecodeOrStop(kdfNonce, "the envelope's KDFNonce is not base64");
+    const QByteArray salt = DecodeBase64OrStop(kdfNonce, "the envelope's KDFNonce is not base64");
     const QByteArray info =
-        DecodeOrStop(additionalData, "the envelope's AdditionalData is not base64");
+        DecodeBase64OrStop(additionalData, "the envelope's AdditionalData is not base64");
     const SymmetricKey key = KeyExchangeSymmetricKey(secret, hashFunction_, kdf_, salt, info);
     return AEADDecrypt(aead_, key, ciphertext, aeadNonce, additionalData);
 }

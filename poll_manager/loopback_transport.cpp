@@ -1,13 +1,12 @@
-#include "poll_manager/loopback_transport.h"
+#include "loopback_transport.h"
 
 #include <QNetworkAccessManager>
 #include <QNetworkProxy>
 #include <QNetworkReply>
 #include <QNetworkRequest>
-#include <cstdio>
-#include <cstdlib>
 
-#include "poll_manager/poll_manager.h"
+#include "diagnostics/diagnostics.h"
+#include "poll_manager.h"
 
 QNetworkAccessManager& LoopbackTransport::manager() {
     // Made on first use so that it belongs to the transport thread, not to the
@@ -41,15 +40,13 @@ void LoopbackTransport::post(QByteArray body, const QUrl& url, const QString& be
         const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
         if (!status.isValid()) {
             if (reply->error() == QNetworkReply::NoError) {
-                std::fputs("fatal: the helper's answer is not an HTTP response\n", stderr);
-                std::abort();
+                Diagnostics::stop("the helper's answer is not an HTTP response");
             }
             completion(std::error_code(reply->error(), NetworkErrorCategory()));
             return;
         }
         if (status.toInt() != 200) {
-            std::puts("publish failure");
-            std::fflush(stdout);
+            Diagnostics::printLine("publish failure");
             completion(make_error_code(PollManagerError::publishFailure));
             return;
         }

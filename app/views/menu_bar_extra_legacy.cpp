@@ -1,4 +1,4 @@
-#include "app/views/menu_bar_extra_legacy.h"
+#include "menu_bar_extra_legacy.h"
 
 #include <QCursor>
 #include <QMenu>
@@ -6,8 +6,8 @@
 #include <QVBoxLayout>
 #include <QWidgetAction>
 
-#include "app/views/menu_bar_view.h"
-#include "app/views/tray_icon.h"
+#include "menu_bar_view.h"
+#include "tray_icon.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -5,7 +5,7 @@
 #include <QString>
 #include <cstdio>
 
-#include "packaging/icon_render/svg_icon_render.h"
+#include "svg_icon_render.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "expect_error.h"
 #include "key_exchange/key_exchange.h"
+#include "support/expect_error.h"
 
 const SharedSecret kSecret(QByteArray(32, '\x42'));
 const QByteArray kSalt(32, 's');

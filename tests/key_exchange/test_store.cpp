@@ -3,8 +3,8 @@
 #include <atomic>
 #include <thread>
 
-#include "expect_error.h"
 #include "key_exchange/key_exchange.h"
+#include "support/expect_error.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -96,4 +96,21 @@ TEST(StoreDeathTest, EnvelopeTextsThatAreNotBase64StopTheProgram) {
     broken = kFixture;
     broken.additionalData = u"MTcw MDA="_s;
     EXPECT_DEATH(store->decryptAEADStore(broken), "AdditionalData is not base64");
+}
+
+TEST(Envelope, WritesItsFourStringsInOrderAndReadsThemBackIgnoringExtraKeys) {
+    EXPECT_EQ(JSONEncode(KeyExchangeAEADStore{u"k"_s, u"c"_s, u"n"_s, u"a"_s}),
+              R"({"KDFNonce":"k","Ciphertext":"c","AEADNonce":"n","AdditionalData":"a"})");
+    EXPECT_EQ(
+        JSONDecode<KeyExchangeAEADStore>(
+            R"({"X":1,"AdditionalData":"a","AEADNonce":"n","Ciphertext":"c","KDFNonce":"k"})"),
+        (KeyExchangeAEADStore{u"k"_s, u"c"_s, u"n"_s, u"a"_s}));
+    const std::pair<const char*, JSONError> refused[] = {
+        {R"({"KDFNonce":"k","Ciphertext":"c","AEADNonce":"n"})", JSONError::keyNotFound},
+        {R"({"KDFNonce":"k","Ciphertext":7,"AEADNonce":"n","AdditionalData":"a"})",
+         JSONError::typeMismatch},
+        {"[]", JSONError::typeMismatch}};
+    for (const auto& [text, error] : refused) {
+        EXPECT_EQ(ErrorOf([&] { JSONDecode<KeyExchangeAEADStore>(text); }), error) << text;
+    }
 }

@@ -15,8 +15,8 @@
 #include <optional>
 #include <vector>
 
-#include "process_manager/unique_fd.h"
 #include "run_loop.h"
+#include "unique_fd.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // The "Settings" tab: its faces, the group blocks, and the exact requests each of
 // its buttons and its appearance send.
 
-#include "app/views/settings_view.h"
+#include "settings_view.h"
 
 #include <QEventLoop>
 #include <QLabel>
@@ -9,10 +9,10 @@
 #include <QTest>
 #include <QTimer>
 
-#include "app/views/elided_label.h"
-#include "app/views/group_block.h"
-#include "app/views/symbol_button.h"
 #include "app/views/view_harness.h"
+#include "elided_label.h"
+#include "group_block.h"
+#include "symbol_button.h"
 
 using namespace Qt::Literals::StringLiterals;
 using Branch = SettingsView::Branch;
