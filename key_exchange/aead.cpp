@@ -29,7 +29,7 @@ constexpr qsizetype kOpenChunkBytes = 3 * 1024;
 
 // Fetched once: an implicit fetch on every context would go through OpenSSL's provider
 // lookup for each message.
-const EVP_CIPHER* Fetched(const char* name) {
+const EVP_CIPHER* fetched(const char* name) {
     EVP_CIPHER* cipher = EVP_CIPHER_fetch(nullptr, name, nullptr);
     if (cipher == nullptr) {
         ThrowCrypto(CryptoError::libraryFailure);
@@ -37,18 +37,18 @@ const EVP_CIPHER* Fetched(const char* name) {
     return cipher;
 }
 
-const EVP_CIPHER* AesGcm(qsizetype keySize) {
+const EVP_CIPHER* aesGcm(qsizetype keySize) {
     switch (keySize) {
         case 16: {
-            static const EVP_CIPHER* const cipher = Fetched("AES-128-GCM");
+            static const EVP_CIPHER* const cipher = fetched("AES-128-GCM");
             return cipher;
         }
         case 24: {
-            static const EVP_CIPHER* const cipher = Fetched("AES-192-GCM");
+            static const EVP_CIPHER* const cipher = fetched("AES-192-GCM");
             return cipher;
         }
         case 32: {
-            static const EVP_CIPHER* const cipher = Fetched("AES-256-GCM");
+            static const EVP_CIPHER* const cipher = fetched("AES-256-GCM");
             return cipher;
         }
         default:
@@ -56,33 +56,33 @@ const EVP_CIPHER* AesGcm(qsizetype keySize) {
     }
 }
 
-const EVP_CIPHER* ChaChaPoly(qsizetype keySize) {
+const EVP_CIPHER* chaChaPoly(qsizetype keySize) {
     if (keySize != 32) {
         ThrowCrypto(CryptoError::incorrectKeySize);
     }
-    static const EVP_CIPHER* const cipher = Fetched("ChaCha20-Poly1305");
+    static const EVP_CIPHER* const cipher = fetched("ChaCha20-Poly1305");
     return cipher;
 }
 
-const EVP_CIPHER* CipherFor(KeyExchangeAEAD aead, qsizetype keySize) {
+const EVP_CIPHER* cipherFor(KeyExchangeAEAD aead, qsizetype keySize) {
     switch (aead) {
         case KeyExchangeAEAD::aesgcm:
-            return AesGcm(keySize);
+            return aesGcm(keySize);
         case KeyExchangeAEAD::chachapoly:
-            return ChaChaPoly(keySize);
+            return chaChaPoly(keySize);
         case KeyExchangeAEAD::unknown:
             break;
     }
     throw std::system_error(KeyExchangeError::invalidAEAD);
 }
 
-void RequireKnown(KeyExchangeAEAD aead) {
+void requireKnown(KeyExchangeAEAD aead) {
     if (aead != KeyExchangeAEAD::aesgcm && aead != KeyExchangeAEAD::chachapoly) {
         throw std::system_error(KeyExchangeError::invalidAEAD);
     }
 }
 
-const unsigned char* Bytes(QByteArrayView view) {
+const unsigned char* unsignedData(QByteArrayView view) {
     return reinterpret_cast<const unsigned char*>(view.data());
 }
 
@@ -93,12 +93,12 @@ public:
     CipherRun(const EVP_CIPHER* cipher, bool sealing, const SymmetricKey& key,
               const unsigned char* nonce, QByteArrayView additionalData)
         : context_(EVP_CIPHER_CTX_new()) {
-        if (!context_ || EVP_CipherInit_ex2(context_.get(), cipher, Bytes(key.view()), nonce,
+        if (!context_ || EVP_CipherInit_ex2(context_.get(), cipher, unsignedData(key.view()), nonce,
                                             sealing ? 1 : 0, nullptr) != 1) {
             ThrowCrypto(CryptoError::libraryFailure);
         }
         if (!additionalData.isEmpty()) {
-            update(Bytes(additionalData), additionalData.size(), nullptr);
+            update(unsignedData(additionalData), additionalData.size(), nullptr);
         }
     }
 
@@ -137,38 +137,38 @@ private:
     CipherCtxPtr context_;
 };
 
-SealedBox Seal(const EVP_CIPHER* cipher, const SymmetricKey& key, QByteArrayView message,
+SealedBox seal(const EVP_CIPHER* cipher, const SymmetricKey& key, QByteArrayView message,
                QByteArrayView nonce, QByteArrayView additionalData) {
-    CipherRun run(cipher, true, key, Bytes(nonce), additionalData);
+    CipherRun run(cipher, true, key, unsignedData(nonce), additionalData);
     SealedBox box{nonce.toByteArray(), QByteArray(message.size(), Qt::Uninitialized),
                   QByteArray(kTagSize, Qt::Uninitialized)};
-    run.update(Bytes(message), message.size(),
+    run.update(unsignedData(message), message.size(),
                reinterpret_cast<unsigned char*>(box.ciphertext.data()));
     run.finishSealing(reinterpret_cast<unsigned char*>(box.tag.data()));
     return box;
 }
 
-QByteArray Open(const EVP_CIPHER* cipher, const SymmetricKey& key, QByteArrayView combined,
+QByteArray open(const EVP_CIPHER* cipher, const SymmetricKey& key, QByteArrayView combined,
                 QByteArrayView additionalData) {
     const qsizetype size = combined.size() - kNonceSize - kTagSize;
-    CipherRun run(cipher, false, key, Bytes(combined), additionalData);
+    CipherRun run(cipher, false, key, unsignedData(combined), additionalData);
     QByteArray plaintext(size, Qt::Uninitialized);
     auto* out = reinterpret_cast<unsigned char*>(plaintext.data());
-    run.update(Bytes(combined) + kNonceSize, size, out);
-    if (!run.finishOpening(Bytes(combined) + kNonceSize + size)) {
+    run.update(unsignedData(combined) + kNonceSize, size, out);
+    if (!run.finishOpening(unsignedData(combined) + kNonceSize + size)) {
         OPENSSL_cleanse(out, static_cast<std::size_t>(size));
         ThrowCrypto(CryptoError::authenticationFailure);
     }
     return plaintext;
 }
 
-void RequireNonce(QByteArrayView nonce) {
+void requireNonce(QByteArrayView nonce) {
     if (nonce.size() != kNonceSize) {
         ThrowCrypto(CryptoError::incorrectParameterSize);
     }
 }
 
-void RequireCombined(QByteArrayView combined) {
+void requireCombined(QByteArrayView combined) {
     if (combined.size() < kNonceSize + kTagSize) {
         ThrowCrypto(CryptoError::incorrectParameterSize);
     }
@@ -177,7 +177,7 @@ void RequireCombined(QByteArrayView combined) {
 // Opens the combined form straight from its base64 text, chunk by chunk. A character outside
 // the alphabet stops the program wherever it is found, and the tag is only known at the end,
 // so nothing is reported before the whole text has been read, as with decoding it first.
-QByteArray OpenText(const EVP_CIPHER* cipher, const SymmetricKey& key, QStringView text,
+QByteArray openText(const EVP_CIPHER* cipher, const SymmetricKey& key, QStringView text,
                     qsizetype combinedSize, QByteArrayView additionalData) {
     const char16_t* in = text.utf16();
     const qsizetype groupCount = text.size() / 4;
@@ -265,54 +265,54 @@ QByteArray KeyExchangeRandomBits(std::int64_t bitCount) {
 }
 
 QByteArray AEADRandomKey(KeyExchangeAEAD aead) {
-    RequireKnown(aead);
+    requireKnown(aead);
     return KeyExchangeRandomBytes(kRandomKeySize);
 }
 
 QByteArray AEADRandomNonce(KeyExchangeAEAD aead) {
-    RequireKnown(aead);
+    requireKnown(aead);
     return KeyExchangeRandomBytes(kNonceSize);
 }
 
 SealedBox AESGCMEncrypt(const SymmetricKey& key, QByteArrayView message, QByteArrayView nonce,
                         QByteArrayView additionalData) {
-    RequireNonce(nonce);
-    return Seal(AesGcm(key.size()), key, message, nonce, additionalData);
+    requireNonce(nonce);
+    return seal(aesGcm(key.size()), key, message, nonce, additionalData);
 }
 
 QByteArray AESGCMDecrypt(const SymmetricKey& key, QByteArrayView combined,
                          QByteArrayView additionalData) {
-    RequireCombined(combined);
-    return Open(AesGcm(key.size()), key, combined, additionalData);
+    requireCombined(combined);
+    return open(aesGcm(key.size()), key, combined, additionalData);
 }
 
 SealedBox ChaChaPolyEncrypt(const SymmetricKey& key, QByteArrayView message, QByteArrayView nonce,
                             QByteArrayView additionalData) {
-    RequireNonce(nonce);
-    return Seal(ChaChaPoly(key.size()), key, message, nonce, additionalData);
+    requireNonce(nonce);
+    return seal(chaChaPoly(key.size()), key, message, nonce, additionalData);
 }
 
 QByteArray ChaChaPolyDecrypt(const SymmetricKey& key, QByteArrayView combined,
                              QByteArrayView additionalData) {
-    RequireCombined(combined);
-    return Open(ChaChaPoly(key.size()), key, combined, additionalData);
+    requireCombined(combined);
+    return open(chaChaPoly(key.size()), key, combined, additionalData);
 }
 
 QString AEADEncrypt(KeyExchangeAEAD aead, const SymmetricKey& key, QByteArrayView plaintext,
                     QByteArrayView aeadNonce, QByteArrayView additionalData) {
-    RequireKnown(aead);
-    RequireNonce(aeadNonce);
-    CipherRun run(CipherFor(aead, key.size()), true, key, Bytes(aeadNonce), additionalData);
+    requireKnown(aead);
+    requireNonce(aeadNonce);
+    CipherRun run(cipherFor(aead, key.size()), true, key, unsignedData(aeadNonce), additionalData);
 
     QString text(Base64EncodedLength(kNonceSize + plaintext.size() + kTagSize), Qt::Uninitialized);
     auto* out = reinterpret_cast<char16_t*>(text.data());
-    Base64EncodeGroups(Bytes(aeadNonce), kNonceSize / 3, out);
+    Base64EncodeGroups(unsignedData(aeadNonce), kNonceSize / 3, out);
     out += Base64EncodedLength(kNonceSize);
 
     // The last chunk keeps room for the tag behind the ciphertext, so the two are coded together.
     constexpr qsizetype kChunkGroups = kSealChunkBytes / 3;
     alignas(64) std::array<unsigned char, kSealChunkBytes + kTagSize> chunk;
-    const unsigned char* in = Bytes(plaintext);
+    const unsigned char* in = unsignedData(plaintext);
     qsizetype left = plaintext.size();
     while (left > kSealChunkBytes) {
         run.update(in, kSealChunkBytes, chunk.data());
@@ -332,7 +332,7 @@ QString AEADEncrypt(KeyExchangeAEAD aead, const SymmetricKey& key, QByteArrayVie
 QByteArray AEADDecrypt(KeyExchangeAEAD aead, const SymmetricKey& key, QStringView ciphertext,
                        QStringView aeadNonce, QStringView additionalData) {
     Q_UNUSED(aeadNonce);  // only the nonce inside the combined form counts
-    RequireKnown(aead);
+    requireKnown(aead);
     const std::optional<qsizetype> combinedSize = Base64DecodedLength(ciphertext);
     if (!combinedSize) {
         Diagnostics::stop(kKeyExchangeStopHeading, "the ciphertext is not base64");
@@ -349,5 +349,5 @@ QByteArray AEADDecrypt(KeyExchangeAEAD aead, const SymmetricKey& key, QStringVie
         return aead == KeyExchangeAEAD::aesgcm ? AESGCMDecrypt(key, combined, authenticated)
                                                : ChaChaPolyDecrypt(key, combined, authenticated);
     }
-    return OpenText(CipherFor(aead, key.size()), key, ciphertext, *combinedSize, authenticated);
+    return openText(cipherFor(aead, key.size()), key, ciphertext, *combinedSize, authenticated);
 }

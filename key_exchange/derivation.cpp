@@ -6,7 +6,7 @@
 
 namespace {
 
-const char* DigestName(HashFunction hash) {
+const char* digestName(HashFunction hash) {
     switch (hash) {
         case HashFunction::SHA256:
             return "SHA256";
@@ -20,7 +20,7 @@ const char* DigestName(HashFunction hash) {
 
 // Fetching resolves the algorithm through OpenSSL's provider tables under a lock; once per
 // process is enough, and every message derives a key.
-EVP_KDF* Hkdf() {
+EVP_KDF* hkdfAlgorithm() {
     static EVP_KDF* const hkdf = EVP_KDF_fetch(nullptr, "HKDF", nullptr);
     if (hkdf == nullptr) {
         ThrowCrypto(CryptoError::libraryFailure);
@@ -86,7 +86,7 @@ SymmetricKey KeyExchangeSymmetricKey(const SharedSecret& sharedSecret, HashFunct
     if (kdf != KeyExchangeKDF::hkdf) {
         throw std::system_error(KeyExchangeError::invalidKDF);
     }
-    KdfCtxPtr context(EVP_KDF_CTX_new(Hkdf()));
+    KdfCtxPtr context(EVP_KDF_CTX_new(hkdfAlgorithm()));
     if (!context) {
         ThrowCrypto(CryptoError::libraryFailure);
     }
@@ -96,7 +96,7 @@ SymmetricKey KeyExchangeSymmetricKey(const SharedSecret& sharedSecret, HashFunct
     const auto data = [](QByteArrayView view) {
         return view.data() != nullptr ? const_cast<char*>(view.data()) : &empty;
     };
-    char* digest = const_cast<char*>(DigestName(hash));
+    char* digest = const_cast<char*>(digestName(hash));
     char* secret = data(sharedSecret.view());
     char* salt = data(nonce);
     char* info = data(additionalData);

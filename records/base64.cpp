@@ -23,7 +23,7 @@ constexpr auto kPairs = [] {
 // finds it.
 constexpr std::uint32_t kInvalid = 0xFF000000u;
 
-constexpr std::array<std::uint32_t, 256> ShiftedTable(int shift) {
+constexpr std::array<std::uint32_t, 256> shiftedTable(int shift) {
     std::array<std::uint32_t, 256> table{};
     table.fill(kInvalid);
     for (std::uint32_t value = 0; value < 64; ++value) {
@@ -32,14 +32,14 @@ constexpr std::array<std::uint32_t, 256> ShiftedTable(int shift) {
     return table;
 }
 
-constexpr auto kDecode0 = ShiftedTable(18);
-constexpr auto kDecode1 = ShiftedTable(12);
-constexpr auto kDecode2 = ShiftedTable(6);
-constexpr auto kDecode3 = ShiftedTable(0);
+constexpr auto kDecode0 = shiftedTable(18);
+constexpr auto kDecode1 = shiftedTable(12);
+constexpr auto kDecode2 = shiftedTable(6);
+constexpr auto kDecode3 = shiftedTable(0);
 
 // The group's 24 bits, or a value with bits above them set when a character is not in the
 // alphabet; characters beyond one byte never reach the tables.
-inline std::uint32_t DecodeGroup(const char16_t* in) {
+inline std::uint32_t decodeGroup(const char16_t* in) {
     const char16_t a = in[0], b = in[1], c = in[2], d = in[3];
     if (((a | b | c | d) >> 8) != 0) {
         return kInvalid;
@@ -47,7 +47,7 @@ inline std::uint32_t DecodeGroup(const char16_t* in) {
     return kDecode0[a] | kDecode1[b] | kDecode2[c] | kDecode3[d];
 }
 
-inline void WritePair(char16_t* out, std::uint32_t twelveBits) {
+inline void writePair(char16_t* out, std::uint32_t twelveBits) {
     std::memcpy(out, kPairs[twelveBits].data(), sizeof(char16_t) * 2);
 }
 
@@ -59,14 +59,14 @@ void EncodeGroupsScalar(const unsigned char* in, qsizetype groupCount, char16_t*
     for (qsizetype group = 0; group < groupCount; ++group, in += 3, out += 4) {
         const std::uint32_t bits =
             (std::uint32_t{in[0]} << 16) | (std::uint32_t{in[1]} << 8) | in[2];
-        WritePair(out, bits >> 12);
-        WritePair(out + 2, bits & 0xFFF);
+        writePair(out, bits >> 12);
+        writePair(out + 2, bits & 0xFFF);
     }
 }
 
 bool DecodeGroupsScalar(const char16_t* in, qsizetype groupCount, unsigned char* out) {
     for (qsizetype group = 0; group < groupCount; ++group, in += 4, out += 3) {
-        const std::uint32_t bits = DecodeGroup(in);
+        const std::uint32_t bits = decodeGroup(in);
         if ((bits >> 24) != 0) {
             return false;
         }
@@ -96,7 +96,7 @@ struct GroupCoder {
 };
 
 // The widest coder the processor runs, chosen on first use.
-const GroupCoder& ActiveCoder() {
+const GroupCoder& activeCoder() {
     static const GroupCoder coder = [] {
         if (base64_detail::CpuHasAvx512Vbmi()) {
             return GroupCoder{base64_detail::EncodeGroupsAvx512, base64_detail::DecodeGroupsAvx512};
@@ -112,7 +112,7 @@ const GroupCoder& ActiveCoder() {
 }  // namespace
 
 void Base64EncodeGroups(const unsigned char* in, qsizetype groupCount, char16_t* out) {
-    ActiveCoder().encode(in, groupCount, out);
+    activeCoder().encode(in, groupCount, out);
 }
 
 qsizetype Base64EncodeLastGroup(const unsigned char* in, qsizetype byteCount, char16_t* out) {
@@ -121,7 +121,7 @@ qsizetype Base64EncodeLastGroup(const unsigned char* in, qsizetype byteCount, ch
     }
     const std::uint32_t second = byteCount == 2 ? in[1] : 0;
     const std::uint32_t bits = (std::uint32_t{in[0]} << 16) | (second << 8);
-    WritePair(out, bits >> 12);
+    writePair(out, bits >> 12);
     out[2] = byteCount == 2 ? kPairs[bits & 0xFFF][0] : u'=';
     out[3] = u'=';
     return 4;
@@ -150,7 +150,7 @@ std::optional<qsizetype> Base64DecodedLength(QStringView text) {
 }
 
 bool Base64DecodeGroups(const char16_t* in, qsizetype groupCount, unsigned char* out) {
-    return ActiveCoder().decode(in, groupCount, out);
+    return activeCoder().decode(in, groupCount, out);
 }
 
 int Base64DecodeLastGroup(const char16_t* in, unsigned char* out) {
@@ -161,7 +161,7 @@ int Base64DecodeLastGroup(const char16_t* in, unsigned char* out) {
     // those characters would have carried must be zero.
     const bool twoBytes = in[2] != u'=';
     const char16_t padded[4] = {in[0], in[1], twoBytes ? in[2] : u'A', u'A'};
-    const std::uint32_t bits = DecodeGroup(padded);
+    const std::uint32_t bits = decodeGroup(padded);
     const std::uint32_t unusedBits = twoBytes ? 0xFFu : 0xFFFFu;
     if ((bits >> 24) != 0 || (bits & unusedBits) != 0) {
         return -1;

@@ -13,7 +13,7 @@
 namespace {
 
 // Spreads 24 bytes (12 per 128-bit lane) into 32 six-bit values, one per byte.
-BRISVANE_AVX2 inline __m256i SplitIntoSextets(__m256i in) {
+BRISVANE_AVX2 inline __m256i splitIntoSextets(__m256i in) {
     const __m256i spread = _mm256_shuffle_epi8(
         in, _mm256_setr_epi8(1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10,  //
                              1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10));
@@ -25,7 +25,7 @@ BRISVANE_AVX2 inline __m256i SplitIntoSextets(__m256i in) {
 }
 
 // Six-bit values to their characters: one offset per range of the alphabet.
-BRISVANE_AVX2 inline __m256i SextetsToAscii(__m256i sextets) {
+BRISVANE_AVX2 inline __m256i sextetsToAscii(__m256i sextets) {
     const __m256i offsets =
         _mm256_setr_epi8(65, 71, -4, -4, -4, -4, -4, -4, -4, -4, -4, -4, -19, -16, 0, 0, 65, 71, -4,
                          -4, -4, -4, -4, -4, -4, -4, -4, -4, -19, -16, 0, 0);
@@ -35,7 +35,7 @@ BRISVANE_AVX2 inline __m256i SextetsToAscii(__m256i sextets) {
 }
 
 // 32 ASCII characters to six-bit values; false if any is outside the alphabet.
-BRISVANE_AVX2 inline bool AsciiToSextets(__m256i chars, __m256i& sextets) {
+BRISVANE_AVX2 inline bool asciiToSextets(__m256i chars, __m256i& sextets) {
     const __m256i lowNibbleClass =
         _mm256_setr_epi8(0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x13, 0x1A,
                          0x1B, 0x1B, 0x1B, 0x1A, 0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11,
@@ -63,7 +63,7 @@ BRISVANE_AVX2 inline bool AsciiToSextets(__m256i chars, __m256i& sextets) {
 }
 
 // 32 six-bit values to 24 bytes, packed at the start of the register.
-BRISVANE_AVX2 inline __m256i JoinSextets(__m256i sextets) {
+BRISVANE_AVX2 inline __m256i joinSextets(__m256i sextets) {
     const __m256i pairs = _mm256_maddubs_epi16(sextets, _mm256_set1_epi32(0x01400140));
     const __m256i triples = _mm256_madd_epi16(pairs, _mm256_set1_epi32(0x00011000));
     const __m256i packed = _mm256_shuffle_epi8(
@@ -82,7 +82,7 @@ BRISVANE_AVX2 void EncodeGroupsAvx2(const unsigned char* in, qsizetype groupCoun
     while (left >= 10) {
         const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
         const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + 12));
-        const __m256i ascii = SextetsToAscii(SplitIntoSextets(_mm256_set_m128i(high, low)));
+        const __m256i ascii = sextetsToAscii(splitIntoSextets(_mm256_set_m128i(high, low)));
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(out),
                             _mm256_cvtepu8_epi16(_mm256_castsi256_si128(ascii)));
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + 16),
@@ -102,10 +102,10 @@ BRISVANE_AVX2 bool DecodeGroupsAvx2(const char16_t* in, qsizetype groupCount, un
         // Narrowing saturates a code unit above 0xFF to 0xFF, which is not in the alphabet.
         const __m256i chars = _mm256_permute4x64_epi64(_mm256_packus_epi16(first, second), 0xD8);
         __m256i sextets;
-        if (!AsciiToSextets(chars, sextets)) {
+        if (!asciiToSextets(chars, sextets)) {
             return false;
         }
-        const __m256i bytes = JoinSextets(sextets);
+        const __m256i bytes = joinSextets(sextets);
         _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm256_castsi256_si128(bytes));
         _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 16), _mm256_extracti128_si256(bytes, 1));
         in += 32;

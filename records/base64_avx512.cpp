@@ -72,12 +72,12 @@ constexpr auto kGatherGroups = [] {
 
 // Groups to code one by one until the text pointer is on a cache line; none if the pointer is
 // not even on a group boundary of 8 bytes.
-inline qsizetype LeadGroups(const char16_t* text) {
+inline qsizetype leadGroups(const char16_t* text) {
     const auto address = reinterpret_cast<std::uintptr_t>(text);
     return address % 8 != 0 ? 0 : static_cast<qsizetype>((64 - address % 64) % 64 / 8);
 }
 
-BRISVANE_AVX512 inline __m512i Load(const std::array<char, 64>& bytes) {
+BRISVANE_AVX512 inline __m512i load(const std::array<char, 64>& bytes) {
     return _mm512_loadu_si512(bytes.data());
 }
 
@@ -95,12 +95,12 @@ bool CpuHasAvx512Vbmi() {
 BRISVANE_AVX512 void EncodeGroupsAvx512(const unsigned char* in, qsizetype groupCount,
                                         char16_t* out) {
     const __m512i alphabet = _mm512_loadu_si512(kAlphabet);
-    const __m512i spread = Load(kSpreadGroups);
+    const __m512i spread = load(kSpreadGroups);
     // Bit offsets of the four fields in each lane, twice per 64-bit word: 10, 4, 22, 16.
     const __m512i shifts = _mm512_set1_epi64(0x3036242a1016040a);
     qsizetype left = groupCount;
     // A group writes 8 bytes of text: a few scalar groups first align the stores to cache lines.
-    const qsizetype lead = std::min(left, LeadGroups(out));
+    const qsizetype lead = std::min(left, leadGroups(out));
     EncodeGroupsScalar(in, lead, out);
     in += 3 * lead;
     out += 4 * lead;
@@ -123,12 +123,12 @@ BRISVANE_AVX512 bool DecodeGroupsAvx512(const char16_t* in, qsizetype groupCount
                                         unsigned char* out) {
     const __m512i valuesLow = _mm512_loadu_si512(kValues.data());
     const __m512i valuesHigh = _mm512_loadu_si512(kValues.data() + 64);
-    const __m512i evenBytes = Load(kEvenBytes);
-    const __m512i gather = Load(kGatherGroups);
+    const __m512i evenBytes = load(kEvenBytes);
+    const __m512i gather = load(kGatherGroups);
     const __m512i beyondAscii = _mm512_set1_epi16(static_cast<short>(0xFF80));
     qsizetype left = groupCount;
     // A group reads 8 bytes of text: a few scalar groups first align the loads to cache lines.
-    const qsizetype lead = std::min(left, LeadGroups(in));
+    const qsizetype lead = std::min(left, leadGroups(in));
     if (!DecodeGroupsScalar(in, lead, out)) {
         return false;
     }

@@ -23,14 +23,14 @@ public:
     }
 };
 
-[[noreturn]] void Throw(JSONError error) {
+[[noreturn]] void throwJSONError(JSONError error) {
     throw std::system_error(error);
 }
 
-QJsonValue RequireMember(const QJsonObject& object, QLatin1StringView key) {
+QJsonValue requireMember(const QJsonObject& object, QLatin1StringView key) {
     const auto found = object.constFind(key);
     if (found == object.constEnd()) {
-        Throw(JSONError::keyNotFound);
+        throwJSONError(JSONError::keyNotFound);
     }
     return found.value();
 }
@@ -38,7 +38,7 @@ QJsonValue RequireMember(const QJsonObject& object, QLatin1StringView key) {
 constexpr char kHexDigits[] = "0123456789abcdef";
 
 // The escape for a character JSON does not allow raw, or 0 when it may stand as it is.
-char ShortEscape(char16_t c) {
+char shortEscape(char16_t c) {
     switch (c) {
         case u'"':
             return '"';
@@ -59,14 +59,14 @@ char ShortEscape(char16_t c) {
     }
 }
 
-bool IsPlain(char16_t c) {
+bool isPlain(char16_t c) {
     return c >= 0x20 && c < 0x80 && c != u'"' && c != u'\\';
 }
 
-// IsPlain for a whole block, written without an early exit so that the compiler
+// isPlain for a whole block, written without an early exit so that the compiler
 // can vectorise it: base64 envelopes and folder paths are long plain runs.
 constexpr qsizetype kPlainBlock = 32;
-bool IsPlainBlock(const char16_t* chars) {
+bool isPlainBlock(const char16_t* chars) {
     unsigned notPlain = 0;
     for (qsizetype k = 0; k < kPlainBlock; ++k) {
         const char16_t c = chars[k];
@@ -76,7 +76,7 @@ bool IsPlainBlock(const char16_t* chars) {
     return notPlain == 0;
 }
 
-void AppendUnicodeEscape(QByteArray& out, char16_t c) {
+void appendUnicodeEscape(QByteArray& out, char16_t c) {
     out.append("\\u")
         .append(kHexDigits[(c >> 12) & 0xF])
         .append(kHexDigits[(c >> 8) & 0xF])
@@ -85,7 +85,7 @@ void AppendUnicodeEscape(QByteArray& out, char16_t c) {
 }
 
 // A surrogate that is not half of a high-then-low pair.
-bool IsLoneSurrogate(QStringView text, qsizetype at) {
+bool isLoneSurrogate(QStringView text, qsizetype at) {
     const QChar c = text[at];
     if (c.isHighSurrogate()) {
         return at + 1 >= text.size() || !text[at + 1].isLowSurrogate();
@@ -93,7 +93,7 @@ bool IsLoneSurrogate(QStringView text, qsizetype at) {
     return c.isLowSurrogate();
 }
 
-void AppendEscaped(QByteArray& out, QStringView text) {
+void appendEscaped(QByteArray& out, QStringView text) {
     const qsizetype size = text.size();
     qsizetype i = 0;
     while (i < size) {
@@ -101,10 +101,10 @@ void AppendEscaped(QByteArray& out, QStringView text) {
         // that needs an escape or a multi-byte UTF-8 form leaves this path.
         const char16_t* chars = reinterpret_cast<const char16_t*>(text.utf16());
         qsizetype end = i;
-        while (end + kPlainBlock <= size && IsPlainBlock(chars + end)) {
+        while (end + kPlainBlock <= size && isPlainBlock(chars + end)) {
             end += kPlainBlock;
         }
-        while (end < size && IsPlain(chars[end])) {
+        while (end < size && isPlain(chars[end])) {
             ++end;
         }
         if (end > i) {
@@ -122,22 +122,22 @@ void AppendEscaped(QByteArray& out, QStringView text) {
             // A whole run of well-formed non-ASCII text at once, so surrogate pairs stay
             // together. A lone surrogate has no UTF-8 form: it is written as an escape, so
             // that what was read is what is written back.
-            while (end < size && text[end].unicode() >= 0x80 && !IsLoneSurrogate(text, end)) {
+            while (end < size && text[end].unicode() >= 0x80 && !isLoneSurrogate(text, end)) {
                 end += text[end].isHighSurrogate() ? 2 : 1;
             }
             if (end > i) {
                 out.append(text.sliced(i, end - i).toUtf8());
                 i = end;
             } else {
-                AppendUnicodeEscape(out, c);
+                appendUnicodeEscape(out, c);
                 ++i;
             }
             continue;
         }
-        if (const char escape = ShortEscape(c); escape != 0) {
+        if (const char escape = shortEscape(c); escape != 0) {
             out.append('\\').append(escape);
         } else {
-            AppendUnicodeEscape(out, c);
+            appendUnicodeEscape(out, c);
         }
         ++i;
     }
@@ -185,10 +185,10 @@ void JSONWriter::key(QLatin1StringView name) {
     separate();
     out_.append('"');
     // Record keys are plain ASCII: no need to widen them first.
-    if (std::all_of(name.begin(), name.end(), [](char c) { return IsPlain(uchar(c)); })) {
+    if (std::all_of(name.begin(), name.end(), [](char c) { return isPlain(uchar(c)); })) {
         out_.append(name.data(), name.size());
     } else {
-        AppendEscaped(out_, QString(name));
+        appendEscaped(out_, QString(name));
     }
     out_.append("\":");
 }
@@ -197,7 +197,7 @@ void JSONWriter::value(const QString& text) {
     separate();
     out_.reserve(out_.size() + text.size() + 2);
     out_.append('"');
-    AppendEscaped(out_, text);
+    appendEscaped(out_, text);
     out_.append('"');
     needsComma_ = true;
 }
@@ -205,7 +205,7 @@ void JSONWriter::value(const QString& text) {
 void JSONWriter::valueFromUTF8(QByteArrayView utf8) {
     separate();
     // Multi-byte sequences pass through as they are; only quotes, backslashes
-    // and control characters need escapes, written as AppendEscaped writes them.
+    // and control characters need escapes, written as appendEscaped writes them.
     // The escapes are counted first so that the text is written in one pass.
     auto extraBytes = [](unsigned char c) -> qsizetype {
         if (c == '"' || c == '\\') {
@@ -214,7 +214,7 @@ void JSONWriter::valueFromUTF8(QByteArrayView utf8) {
         if (c >= 0x20) {
             return 0;
         }
-        return ShortEscape(c) != 0 ? 1 : 5;
+        return shortEscape(c) != 0 ? 1 : 5;
     };
     qsizetype extra = 0;
     for (const char c : utf8) {
@@ -230,7 +230,7 @@ void JSONWriter::valueFromUTF8(QByteArrayView utf8) {
             *write++ = c;
         } else if (escapeSize == 1) {
             *write++ = '\\';
-            *write++ = byte == '"' || byte == '\\' ? c : ShortEscape(byte);
+            *write++ = byte == '"' || byte == '\\' ? c : shortEscape(byte);
         } else {
             for (const char digit :
                  {'\\', 'u', '0', '0', kHexDigits[byte >> 4], kHexDigits[byte & 0xF]}) {
@@ -271,7 +271,7 @@ QJsonValue parse(QByteArrayView text) {
     const QJsonDocument document =
         QJsonDocument::fromJson(QByteArray::fromRawData(text.data(), text.size()), &error);
     if (error.error != QJsonParseError::NoError) {
-        Throw(JSONError::dataCorrupted);
+        throwJSONError(JSONError::dataCorrupted);
     }
     if (document.isObject()) {
         return document.object();
@@ -279,60 +279,60 @@ QJsonValue parse(QByteArrayView text) {
     if (document.isArray()) {
         return document.array();
     }
-    Throw(JSONError::dataCorrupted);
+    throwJSONError(JSONError::dataCorrupted);
 }
 
 QJsonObject requireObject(const QJsonValue& value) {
     if (!value.isObject()) {
-        Throw(JSONError::typeMismatch);
+        throwJSONError(JSONError::typeMismatch);
     }
     return value.toObject();
 }
 
 QJsonArray requireArray(const QJsonValue& value) {
     if (!value.isArray()) {
-        Throw(JSONError::typeMismatch);
+        throwJSONError(JSONError::typeMismatch);
     }
     return value.toArray();
 }
 
 QString requireString(const QJsonObject& object, QLatin1StringView key) {
-    const QJsonValue value = RequireMember(object, key);
+    const QJsonValue value = requireMember(object, key);
     if (!value.isString()) {
-        Throw(JSONError::typeMismatch);
+        throwJSONError(JSONError::typeMismatch);
     }
     return value.toString();
 }
 
 bool requireBool(const QJsonObject& object, QLatin1StringView key) {
-    const QJsonValue value = RequireMember(object, key);
+    const QJsonValue value = requireMember(object, key);
     if (!value.isBool()) {
-        Throw(JSONError::typeMismatch);
+        throwJSONError(JSONError::typeMismatch);
     }
     return value.toBool();
 }
 
 std::int64_t requireInt64(const QJsonObject& object, QLatin1StringView key) {
-    const QJsonValue value = RequireMember(object, key);
+    const QJsonValue value = requireMember(object, key);
     if (!value.isDouble()) {
-        Throw(JSONError::typeMismatch);
+        throwJSONError(JSONError::typeMismatch);
     }
     // Qt keeps an integer literal as a 64-bit integer, and gives back the fallback for a
     // number that is not a whole number in range; two different fallbacks tell the two apart.
     const qint64 number = value.toInteger(0);
     if (number != value.toInteger(1)) {
-        Throw(JSONError::typeMismatch);
+        throwJSONError(JSONError::typeMismatch);
     }
     return number;
 }
 
 QStringList requireStringArray(const QJsonObject& object, QLatin1StringView key) {
-    const QJsonArray array = requireArray(RequireMember(object, key));
+    const QJsonArray array = requireArray(requireMember(object, key));
     QStringList strings;
     strings.reserve(array.size());
     for (const QJsonValue& element : array) {
         if (!element.isString()) {
-            Throw(JSONError::typeMismatch);
+            throwJSONError(JSONError::typeMismatch);
         }
         strings.append(element.toString());
     }
@@ -345,7 +345,7 @@ std::optional<QString> optionalString(const QJsonObject& object, QLatin1StringVi
         return std::nullopt;
     }
     if (!value.isString()) {
-        Throw(JSONError::typeMismatch);
+        throwJSONError(JSONError::typeMismatch);
     }
     return value.toString();
 }

@@ -14,7 +14,7 @@ namespace {
 // Progress is shown in thousandths, so archives beyond the int range still fit the bar.
 constexpr int kProgressSteps = 1000;
 
-QPushButton* MakeButton(const QString& text, const QString& name, QWidget* parent) {
+QPushButton* makeButton(const QString& text, const QString& name, QWidget* parent) {
     auto* button = new QPushButton(text, parent);
     button->setObjectName(name);
     button->setAccessibleName(text);
@@ -28,11 +28,11 @@ UpdateDialog::UpdateDialog(QWidget* parent)
       headline_(new QLabel(this)),
       details_(new QLabel(this)),
       progress_(new QProgressBar(this)),
-      installButton_(MakeButton(tr("Install"), QStringLiteral("installButton"), this)),
+      installButton_(makeButton(tr("Install"), QStringLiteral("installButton"), this)),
       downloadPageButton_(
-          MakeButton(tr("Download page"), QStringLiteral("downloadPageButton"), this)),
-      laterButton_(MakeButton(tr("Later"), QStringLiteral("laterButton"), this)),
-      okButton_(MakeButton(tr("OK"), QStringLiteral("okButton"), this)) {
+          makeButton(tr("Download page"), QStringLiteral("downloadPageButton"), this)),
+      laterButton_(makeButton(tr("Later"), QStringLiteral("laterButton"), this)),
+      okButton_(makeButton(tr("OK"), QStringLiteral("okButton"), this)) {
     setWindowTitle(tr("Software Update"));
     setAccessibleName(tr("Software Update"));
     setMinimumWidth(420);

@@ -7,7 +7,7 @@
 
 namespace {
 
-QAbstractButton* MakeSwitch(const QString& text, const QString& name, bool checked,
+QAbstractButton* makeSwitch(const QString& text, const QString& name, bool checked,
                             QWidget* parent) {
     auto* toggle = new ToggleSwitch(text, parent);
     toggle->setObjectName(name);
@@ -21,10 +21,10 @@ QAbstractButton* MakeSwitch(const QString& text, const QString& name, bool check
 
 UpdaterSettingsView::UpdaterSettingsView(Updater& updater, QWidget* parent)
     : QWidget(parent),
-      automaticallyChecksSwitch_(MakeSwitch(tr("Automatically check for updates"),
+      automaticallyChecksSwitch_(makeSwitch(tr("Automatically check for updates"),
                                             QStringLiteral("automaticallyChecksSwitch"),
                                             updater.automaticallyChecksForUpdates(), this)),
-      automaticallyDownloadsSwitch_(MakeSwitch(tr("Automatically download updates"),
+      automaticallyDownloadsSwitch_(makeSwitch(tr("Automatically download updates"),
                                                QStringLiteral("automaticallyDownloadsSwitch"),
                                                updater.automaticallyDownloadsUpdates(), this)) {
     auto* layout = new QVBoxLayout(this);

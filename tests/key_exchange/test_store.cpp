@@ -18,14 +18,14 @@ const KeyExchangeAEADStore kFixture{
     u"oKGio6Slpqeoqaqr"_s, u"MTcwMDAwMDAwMDEyMw=="_s};
 const QByteArray kFixturePlaintext = R"({"Type":"ping","ID":"42","Data":"[]"})";
 
-static std::unique_ptr<KeyExchangeStore> AliceWithBob() {
+static std::unique_ptr<KeyExchangeStore> aliceWithBob() {
     auto store = KeyExchange_Curve25519_SHA256_HKDF_AESGCM_Store(kBobPublic);
     store->resetPrivateKey(kAlicePrivate);
     return store;
 }
 
 TEST(Store, SealsByteForByteWithInjectedNonces) {
-    const auto store = AliceWithBob();
+    const auto store = aliceWithBob();
     EXPECT_EQ(store->encodeJSONAndEncryptWithNonces(
                   u"ping"_s, u"42"_s, u"[]"_s, QByteArray::fromBase64(kFixture.kdfNonce.toLatin1()),
                   QByteArray::fromBase64(kFixture.aeadNonce.toLatin1()), "1700000000123"),
@@ -53,7 +53,7 @@ TEST(Store, SHA384AndSHA512StoresDeriveKeysAESGCMCannotTake) {
 }
 
 TEST(Store, SealsWithFreshNoncesAndStaysPairedWhenGivenAnEmptyKey) {
-    const auto store = AliceWithBob();
+    const auto store = aliceWithBob();
     const KeyExchangeAEADStore first = store->encrypt("same", "1700000000123");
     const KeyExchangeAEADStore second = store->encrypt("same", "1700000000123");
     EXPECT_EQ(first.kdfNonce.size(), 44);
@@ -89,7 +89,7 @@ TEST(Store, ASealingNeverMixesTheKeyOfOneHelperWithTheSecretOfAnother) {
 
 TEST(StoreDeathTest, EnvelopeTextsThatAreNotBase64StopTheProgram) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const auto store = AliceWithBob();
+    const auto store = aliceWithBob();
     KeyExchangeAEADStore broken = kFixture;
     broken.kdfNonce += u'\n';
     EXPECT_DEATH(store->decryptAEADStore(broken), "KDFNonce is not base64");

@@ -12,59 +12,59 @@ namespace {
 constexpr qsizetype kEd25519SignatureLength = 64;
 const QLatin1String kSparkle(kSparkleNamespace);
 
-[[noreturn]] void ThrowMalformed(const QXmlStreamReader& xml, const QString& fault) {
+[[noreturn]] void throwMalformed(const QXmlStreamReader& xml, const QString& fault) {
     throw UpdaterFailure(UpdaterError::malformedFeed,
                          QStringLiteral("line %1: %2").arg(xml.lineNumber()).arg(fault));
 }
 
-bool IsPlain(const QXmlStreamReader& xml, QStringView name) {
+bool isPlain(const QXmlStreamReader& xml, QStringView name) {
     return xml.namespaceUri().isEmpty() && xml.name() == name;
 }
 
-bool IsSparkle(const QXmlStreamReader& xml, QStringView name) {
+bool isSparkle(const QXmlStreamReader& xml, QStringView name) {
     return xml.namespaceUri() == kSparkle && xml.name() == name;
 }
 
-QString ElementText(QXmlStreamReader& xml) {
+QString elementText(QXmlStreamReader& xml) {
     return xml.readElementText().trimmed();
 }
 
 // Digits only: no sign, no blanks, and short enough not to overflow.
-qint64 ParseLength(const QXmlStreamReader& xml, QStringView text) {
+qint64 parseLength(const QXmlStreamReader& xml, QStringView text) {
     const bool digitsOnly =
         std::all_of(text.begin(), text.end(), [](QChar c) { return c >= u'0' && c <= u'9'; });
     if (text.isEmpty() || text.size() > 18 || !digitsOnly) {
-        ThrowMalformed(xml,
+        throwMalformed(xml,
                        QStringLiteral("enclosure length \"%1\" is not a byte count").arg(text));
     }
     return text.toLongLong();
 }
 
-QByteArray ParseSignature(const QXmlStreamReader& xml, QStringView text) {
+QByteArray parseSignature(const QXmlStreamReader& xml, QStringView text) {
     const std::optional<QByteArray> signature = Base64Decode(text);
     if (!signature || signature->size() != kEd25519SignatureLength) {
-        ThrowMalformed(xml,
+        throwMalformed(xml,
                        QStringLiteral("sparkle:edSignature is not a base64 Ed25519 signature"));
     }
     return *signature;
 }
 
 // Reads the enclosure's attributes into the item; versions given as elements win.
-void ReadEnclosure(const QXmlStreamReader& xml, AppcastItem& item, bool& hasEnclosure) {
+void readEnclosure(const QXmlStreamReader& xml, AppcastItem& item, bool& hasEnclosure) {
     hasEnclosure = true;
     const QXmlStreamAttributes attributes = xml.attributes();
     const QStringView url = attributes.value(QLatin1String("url"));
     item.url = QUrl(url.toString(), QUrl::StrictMode);
     if (url.isEmpty() || !item.url.isValid() || item.url.isRelative()) {
-        ThrowMalformed(xml,
+        throwMalformed(xml,
                        QStringLiteral("enclosure url \"%1\" is not an absolute address").arg(url));
     }
     if (attributes.hasAttribute(QLatin1String("length"))) {
-        item.length = ParseLength(xml, attributes.value(QLatin1String("length")));
+        item.length = parseLength(xml, attributes.value(QLatin1String("length")));
     }
     if (attributes.hasAttribute(kSparkle, QLatin1String("edSignature"))) {
         item.edSignature =
-            ParseSignature(xml, attributes.value(kSparkle, QLatin1String("edSignature")).trimmed());
+            parseSignature(xml, attributes.value(kSparkle, QLatin1String("edSignature")).trimmed());
     }
     if (item.version.isEmpty()) {
         item.version = attributes.value(kSparkle, QLatin1String("version")).trimmed().toString();
@@ -75,18 +75,18 @@ void ReadEnclosure(const QXmlStreamReader& xml, AppcastItem& item, bool& hasEncl
     }
 }
 
-std::optional<AppcastItem> ReadItem(QXmlStreamReader& xml) {
+std::optional<AppcastItem> readItem(QXmlStreamReader& xml) {
     AppcastItem item;
     bool hasEnclosure = false;
     while (xml.readNextStartElement()) {
-        if (IsPlain(xml, u"title")) {
-            item.title = ElementText(xml);
-        } else if (IsSparkle(xml, u"version")) {
-            item.version = ElementText(xml);
-        } else if (IsSparkle(xml, u"shortVersionString")) {
-            item.shortVersionString = ElementText(xml);
-        } else if (IsPlain(xml, u"enclosure")) {
-            ReadEnclosure(xml, item, hasEnclosure);
+        if (isPlain(xml, u"title")) {
+            item.title = elementText(xml);
+        } else if (isSparkle(xml, u"version")) {
+            item.version = elementText(xml);
+        } else if (isSparkle(xml, u"shortVersionString")) {
+            item.shortVersionString = elementText(xml);
+        } else if (isPlain(xml, u"enclosure")) {
+            readEnclosure(xml, item, hasEnclosure);
             xml.skipCurrentElement();
         } else {
             xml.skipCurrentElement();
@@ -96,7 +96,7 @@ std::optional<AppcastItem> ReadItem(QXmlStreamReader& xml) {
         return std::nullopt;
     }
     if (item.version.isEmpty()) {
-        ThrowMalformed(xml, QStringLiteral("an item with an enclosure has no sparkle:version"));
+        throwMalformed(xml, QStringLiteral("an item with an enclosure has no sparkle:version"));
     }
     if (item.shortVersionString.isEmpty()) {
         item.shortVersionString = item.version;
@@ -104,10 +104,10 @@ std::optional<AppcastItem> ReadItem(QXmlStreamReader& xml) {
     return item;
 }
 
-void ReadChannel(QXmlStreamReader& xml, std::vector<AppcastItem>& items) {
+void readChannel(QXmlStreamReader& xml, std::vector<AppcastItem>& items) {
     while (xml.readNextStartElement()) {
-        if (IsPlain(xml, u"item")) {
-            if (std::optional<AppcastItem> item = ReadItem(xml)) {
+        if (isPlain(xml, u"item")) {
+            if (std::optional<AppcastItem> item = readItem(xml)) {
                 items.push_back(std::move(*item));
             }
         } else {
@@ -120,16 +120,16 @@ void ReadChannel(QXmlStreamReader& xml, std::vector<AppcastItem>& items) {
 
 std::vector<AppcastItem> ParseAppcast(QByteArrayView feed) {
     QXmlStreamReader xml(feed.toByteArray());
-    if (!xml.readNextStartElement() || !IsPlain(xml, u"rss")) {
-        ThrowMalformed(xml, xml.hasError() ? xml.errorString()
+    if (!xml.readNextStartElement() || !isPlain(xml, u"rss")) {
+        throwMalformed(xml, xml.hasError() ? xml.errorString()
                                            : QStringLiteral("the document is not an RSS feed"));
     }
     std::vector<AppcastItem> items;
     bool hasChannel = false;
     while (xml.readNextStartElement()) {
-        if (IsPlain(xml, u"channel")) {
+        if (isPlain(xml, u"channel")) {
             hasChannel = true;
-            ReadChannel(xml, items);
+            readChannel(xml, items);
         } else {
             xml.skipCurrentElement();
         }
@@ -139,10 +139,10 @@ std::vector<AppcastItem> ParseAppcast(QByteArrayView feed) {
         xml.readNext();
     }
     if (xml.hasError()) {
-        ThrowMalformed(xml, xml.errorString());
+        throwMalformed(xml, xml.errorString());
     }
     if (!hasChannel) {
-        ThrowMalformed(xml, QStringLiteral("the feed has no channel"));
+        throwMalformed(xml, QStringLiteral("the feed has no channel"));
     }
     return items;
 }

@@ -30,12 +30,12 @@ using ArchiveWriter = std::unique_ptr<archive, WriteArchiveFree>;
 constexpr int kExtractFlags = ARCHIVE_EXTRACT_TIME | ARCHIVE_EXTRACT_PERM |
                               ARCHIVE_EXTRACT_SECURE_NODOTDOT | ARCHIVE_EXTRACT_SECURE_SYMLINKS;
 
-[[noreturn]] void ThrowArchive(UpdaterError error, archive* source) {
+[[noreturn]] void throwArchive(UpdaterError error, archive* source) {
     const char* message = archive_error_string(source);
     throw UpdaterFailure(error, QString::fromLocal8Bit(message ? message : "unknown error"));
 }
 
-[[noreturn]] void ThrowUnsafe(const QString& name, const char* fault) {
+[[noreturn]] void throwUnsafe(const QString& name, const char* fault) {
     throw UpdaterFailure(UpdaterError::unsafeArchive,
                          QStringLiteral("%1: %2").arg(name, QLatin1String(fault)));
 }
@@ -119,13 +119,13 @@ private:
     QHash<QString, QString> targets_;
 };
 
-QString EntryName(archive_entry* entry) {
+QString entryName(archive_entry* entry) {
     const char* name = archive_entry_pathname(entry);
     return name ? QFile::decodeName(name) : QString();
 }
 
 // Files, folders, and symbolic links; nothing that makes a device or a pipe.
-std::optional<QString> CheckEntryType(archive_entry* entry, const QString& name) {
+std::optional<QString> checkEntryType(archive_entry* entry, const QString& name) {
     switch (archive_entry_filetype(entry)) {
         case AE_IFREG:
         case AE_IFDIR:
@@ -133,29 +133,29 @@ std::optional<QString> CheckEntryType(archive_entry* entry, const QString& name)
         case AE_IFLNK: {
             const char* target = archive_entry_symlink(entry);
             if (!target) {
-                ThrowUnsafe(name, "the link points outside the archive's folder");
+                throwUnsafe(name, "the link points outside the archive's folder");
             }
             return QFile::decodeName(target);
         }
         default:
-            ThrowUnsafe(name, "only files, folders and links may be installed");
+            throwUnsafe(name, "only files, folders and links may be installed");
     }
 }
 
 // Checks the entry's names and points them into the staging folder; false for the archive's
 // own top folder ("./"), which the staging folder stands for.
-bool PlaceEntry(archive_entry* entry, const QString& stagingDir, StagingLinks& links) {
-    const QString name = EntryName(entry);
+bool placeEntry(archive_entry* entry, const QString& stagingDir, StagingLinks& links) {
+    const QString name = entryName(entry);
     // A ".." step is refused even when it stays inside: no honest archive has one.
     if (name.isEmpty() || name.startsWith(u'/') || name.split(u'/').contains(u"..")) {
-        ThrowUnsafe(name, "the name leaves the archive's folder");
+        throwUnsafe(name, "the name leaves the archive's folder");
     }
     const QStringList components = QDir::cleanPath(name).split(u'/', Qt::SkipEmptyParts);
     if (components.isEmpty() || components == QStringList{u"."_s}) {
         return false;
     }
     if (links.isBehindLink(components) || links.isLink(components)) {
-        ThrowUnsafe(name, "the entry would be written through a link");
+        throwUnsafe(name, "the entry would be written through a link");
     }
     std::optional<QString> linkTarget;
     if (const char* hardlink = archive_entry_hardlink(entry)) {
@@ -163,22 +163,22 @@ bool PlaceEntry(archive_entry* entry, const QString& stagingDir, StagingLinks& l
         const std::optional<QStringList> target =
             links.resolve({}, QFile::decodeName(hardlink), false);
         if (!target || target->isEmpty()) {
-            ThrowUnsafe(name, "the link points outside the archive's folder");
+            throwUnsafe(name, "the link points outside the archive's folder");
         }
         const QByteArray targetPath = QFile::encodeName(stagingDir + u'/' + target->join(u'/'));
         archive_entry_set_hardlink(entry, targetPath.constData());
     } else {
-        linkTarget = CheckEntryType(entry, name);
+        linkTarget = checkEntryType(entry, name);
     }
     if (linkTarget && !links.placeLink(components, *linkTarget)) {
-        ThrowUnsafe(name, "the link points outside the archive's folder");
+        throwUnsafe(name, "the link points outside the archive's folder");
     }
     const QByteArray path = QFile::encodeName(stagingDir + u'/' + components.join(u'/'));
     archive_entry_set_pathname(entry, path.constData());
     return true;
 }
 
-void CopyEntryData(archive* reader, archive* writer) {
+void copyEntryData(archive* reader, archive* writer) {
     const void* block = nullptr;
     size_t size = 0;
     la_int64_t offset = 0;
@@ -188,10 +188,10 @@ void CopyEntryData(archive* reader, archive* writer) {
             return;
         }
         if (status < ARCHIVE_WARN) {
-            ThrowArchive(UpdaterError::unreadableArchive, reader);
+            throwArchive(UpdaterError::unreadableArchive, reader);
         }
         if (archive_write_data_block(writer, block, size, offset) < ARCHIVE_WARN) {
-            ThrowArchive(UpdaterError::installFailed, writer);
+            throwArchive(UpdaterError::installFailed, writer);
         }
     }
 }
@@ -216,7 +216,7 @@ void UnpackUpdateArchive(const QString& archivePath, const QString& stagingDir) 
 
     const QByteArray path = QFile::encodeName(archivePath);
     if (archive_read_open_filename(reader.get(), path.constData(), 64 * 1024) != ARCHIVE_OK) {
-        ThrowArchive(UpdaterError::unreadableArchive, reader.get());
+        throwArchive(UpdaterError::unreadableArchive, reader.get());
     }
     StagingLinks links;
     archive_entry* entry = nullptr;
@@ -226,23 +226,23 @@ void UnpackUpdateArchive(const QString& archivePath, const QString& stagingDir) 
             break;
         }
         if (status < ARCHIVE_WARN) {
-            ThrowArchive(UpdaterError::unreadableArchive, reader.get());
+            throwArchive(UpdaterError::unreadableArchive, reader.get());
         }
-        if (!PlaceEntry(entry, root, links)) {
+        if (!placeEntry(entry, root, links)) {
             continue;
         }
         if (archive_write_header(writer.get(), entry) < ARCHIVE_WARN) {
             // The library's own refusals carry no system error number.
-            ThrowArchive(archive_errno(writer.get()) > 0 ? UpdaterError::installFailed
+            throwArchive(archive_errno(writer.get()) > 0 ? UpdaterError::installFailed
                                                          : UpdaterError::unsafeArchive,
                          writer.get());
         }
-        CopyEntryData(reader.get(), writer.get());
+        copyEntryData(reader.get(), writer.get());
         if (archive_write_finish_entry(writer.get()) < ARCHIVE_WARN) {
-            ThrowArchive(UpdaterError::installFailed, writer.get());
+            throwArchive(UpdaterError::installFailed, writer.get());
         }
     }
     if (archive_write_close(writer.get()) != ARCHIVE_OK) {
-        ThrowArchive(UpdaterError::installFailed, writer.get());
+        throwArchive(UpdaterError::installFailed, writer.get());
     }
 }

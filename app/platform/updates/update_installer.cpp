@@ -15,24 +15,24 @@
 
 namespace {
 
-bool IsOwnWritableFolder(const QString& path) {
+bool isOwnWritableFolder(const QString& path) {
     const QByteArray name = QFile::encodeName(path);
     struct stat status {};
     return ::lstat(name.constData(), &status) == 0 && S_ISDIR(status.st_mode) &&
            status.st_uid == ::geteuid() && ::access(name.constData(), W_OK) == 0;
 }
 
-bool IsWritable(const QString& path) {
+bool isWritable(const QString& path) {
     return ::access(QFile::encodeName(path).constData(), W_OK) == 0;
 }
 
-[[noreturn]] void ThrowInstallFailed(const QString& step) {
+[[noreturn]] void throwInstallFailed(const QString& step) {
     throw UpdaterFailure(
         UpdaterError::installFailed,
         QStringLiteral("%1: %2").arg(step, QString::fromLocal8Bit(std::strerror(errno))));
 }
 
-bool Rename(const QString& from, const QString& to) {
+bool renamePath(const QString& from, const QString& to) {
     return std::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0;
 }
 
@@ -55,7 +55,7 @@ private:
     QString path_;
 };
 
-void CheckComplete(const QString& stagingDir) {
+void checkComplete(const QString& stagingDir) {
     if (!QFileInfo(stagingDir + u'/' + QLatin1String(kSelfContainedInstallMarker)).isFile() ||
         !QFileInfo(stagingDir + QStringLiteral("/bin")).isDir()) {
         throw UpdaterFailure(UpdaterError::incompleteArchive,
@@ -64,20 +64,20 @@ void CheckComplete(const QString& stagingDir) {
     }
 }
 
-void SwapIn(const QString& stagingDir, const QString& installDir) {
+void swapIn(const QString& stagingDir, const QString& installDir) {
     const QString previous = UpdatePreviousFolder(installDir);
     if (QFileInfo::exists(previous) && !QDir(previous).removeRecursively()) {
         throw UpdaterFailure(UpdaterError::installFailed,
                              QStringLiteral("cannot remove %1").arg(previous));
     }
-    if (!Rename(installDir, previous)) {
-        ThrowInstallFailed(QStringLiteral("cannot move %1 aside").arg(installDir));
+    if (!renamePath(installDir, previous)) {
+        throwInstallFailed(QStringLiteral("cannot move %1 aside").arg(installDir));
     }
-    if (!Rename(stagingDir, installDir)) {
+    if (!renamePath(stagingDir, installDir)) {
         const int renameError = errno;
-        Rename(previous, installDir);
+        renamePath(previous, installDir);
         errno = renameError;
-        ThrowInstallFailed(QStringLiteral("cannot move the new version to %1").arg(installDir));
+        throwInstallFailed(QStringLiteral("cannot move the new version to %1").arg(installDir));
     }
 }
 
@@ -93,7 +93,7 @@ QString UpdatePreviousFolder(const QString& installDir) {
 
 bool CanSelfInstall(const QString& installDir) {
     const QString parent = QFileInfo(installDir).absolutePath();
-    return IsOwnWritableFolder(installDir) && IsWritable(parent) &&
+    return isOwnWritableFolder(installDir) && isWritable(parent) &&
            QFileInfo(installDir + u'/' + QLatin1String(kSelfContainedInstallMarker)).isFile();
 }
 
@@ -105,11 +105,11 @@ void InstallUpdateArchive(const QString& archivePath, const QString& installDir)
     // What a crash in an earlier installation left behind.
     QDir(stagingPath).removeRecursively();
     if (!QDir().mkdir(stagingPath)) {
-        ThrowInstallFailed(QStringLiteral("cannot create %1").arg(stagingPath));
+        throwInstallFailed(QStringLiteral("cannot create %1").arg(stagingPath));
     }
     StagingFolder staging(stagingPath);
     UnpackUpdateArchive(archivePath, staging.path());
-    CheckComplete(staging.path());
-    SwapIn(staging.path(), installDir);
+    checkComplete(staging.path());
+    swapIn(staging.path(), installDir);
     staging.release();
 }

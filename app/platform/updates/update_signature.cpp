@@ -17,7 +17,7 @@ struct MdCtxFree {
     void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
 };
 
-bool Ed25519Verify(QByteArrayView publicKey, QByteArrayView message, QByteArrayView signature) {
+bool ed25519Verify(QByteArrayView publicKey, QByteArrayView message, QByteArrayView signature) {
     const std::unique_ptr<EVP_PKEY, PKeyFree> key(EVP_PKEY_new_raw_public_key(
         EVP_PKEY_ED25519, nullptr, reinterpret_cast<const unsigned char*>(publicKey.data()),
         static_cast<size_t>(publicKey.size())));
@@ -60,7 +60,7 @@ void VerifyUpdateArchive(const QString& archivePath, qint64 expectedLength,
         throw UpdaterFailure(UpdaterError::signatureInvalid, archive.errorString());
     }
     const QByteArrayView contents(reinterpret_cast<const char*>(bytes), expectedLength);
-    if (!Ed25519Verify(publicKey, contents, signature)) {
+    if (!ed25519Verify(publicKey, contents, signature)) {
         throw UpdaterFailure(UpdaterError::signatureInvalid, QString());
     }
 }

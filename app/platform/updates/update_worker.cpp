@@ -17,12 +17,12 @@ namespace {
 // needs.
 constexpr int kTransferTimeoutMs = 60'000;
 
-bool Succeeded(QNetworkReply* reply) {
+bool succeeded(QNetworkReply* reply) {
     return reply->error() == QNetworkReply::NoError &&
            reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() == 200;
 }
 
-QString ReplyFault(QNetworkReply* reply) {
+QString replyFault(QNetworkReply* reply) {
     if (reply->error() != QNetworkReply::NoError) {
         return reply->errorString();
     }
@@ -60,8 +60,8 @@ void UpdateWorker::check(const QUrl& feedURL, const QString& currentVersion) {
     QNetworkReply* reply = get(feedURL);
     connect(reply, &QNetworkReply::finished, this, [this, reply, currentVersion] {
         reply->deleteLater();
-        if (!Succeeded(reply)) {
-            fail(UpdaterError::networkFailure, ReplyFault(reply));
+        if (!succeeded(reply)) {
+            fail(UpdaterError::networkFailure, replyFault(reply));
             return;
         }
         try {
@@ -117,8 +117,8 @@ void UpdateWorker::install(const AppcastItem& item, const QByteArray& publicKey,
                 reply->deleteLater();
                 if (fault->has_value()) {
                     fail((*fault)->error(), (*fault)->detail());
-                } else if (!Succeeded(reply)) {
-                    fail(UpdaterError::networkFailure, ReplyFault(reply));
+                } else if (!succeeded(reply)) {
+                    fail(UpdaterError::networkFailure, replyFault(reply));
                 } else {
                     finishDownload(item, publicKey, installDir);
                 }

@@ -13,7 +13,7 @@ namespace {
 constexpr auto kAutomaticChecksKey = "SUEnableAutomaticChecks";
 constexpr auto kAutomaticDownloadsKey = "SUAutomaticallyUpdate";
 
-QString Sentence(UpdaterError error) {
+QString sentence(UpdaterError error) {
     return QString::fromStdString(make_error_code(error).message());
 }
 
@@ -139,16 +139,16 @@ UpdateUserDriver& Updater::userDriver() {
 
 QString Updater::whyNotInstallable(const AppcastItem& item) const {
     if (configuration_.publicEdKey.size() != kEd25519PublicKeyLength) {
-        return Sentence(UpdaterError::noPublicKey);
+        return sentence(UpdaterError::noPublicKey);
     }
     if (item.edSignature.isEmpty() || item.length < 0) {
-        return Sentence(UpdaterError::signatureMissing);
+        return sentence(UpdaterError::signatureMissing);
     }
     if (!IsAllowedUpdateAddress(item.url)) {
-        return Sentence(UpdaterError::insecureAddress);
+        return sentence(UpdaterError::insecureAddress);
     }
     if (!CanSelfInstall(configuration_.installDir)) {
-        return Sentence(UpdaterError::installFolderReadOnly);
+        return sentence(UpdaterError::installFolderReadOnly);
     }
     return {};
 }
@@ -218,9 +218,9 @@ void Updater::installed() {
 
 void Updater::failed(UpdaterError error, const QString& detail) {
     Diagnostics::printLine(
-        QStringLiteral("update failed: %1 %2").arg(Sentence(error), detail).trimmed());
+        QStringLiteral("update failed: %1 %2").arg(sentence(error), detail).trimmed());
     if (showsUserInterface_) {
-        userDriver().showError(Sentence(error), detail, configuration_.downloadPage);
+        userDriver().showError(sentence(error), detail, configuration_.downloadPage);
     }
     endSession();
 }

@@ -13,7 +13,7 @@
 namespace {
 
 // No file is a build without a key; a file that does not hold one is a broken build.
-QByteArray ReadPublicKey(const QString& resourcesDir) {
+QByteArray readPublicKey(const QString& resourcesDir) {
     QFile file(resourcesDir + u'/' + QLatin1String(kUpdatePublicKeyFileName));
     if (!file.exists()) {
         return {};
@@ -43,7 +43,7 @@ UpdaterConfiguration UpdaterConfiguration::builtIn() {
             QStringLiteral("the built-in update feed address is not an address: %1")
                 .arg(QStringLiteral(BRISVANE_UPDATE_FEED_URL)));
     }
-    configuration.publicEdKey = ReadPublicKey(binDir + QStringLiteral("/../libexec/brisvane"));
+    configuration.publicEdKey = readPublicKey(binDir + QStringLiteral("/../libexec/brisvane"));
     configuration.installDir = QDir::cleanPath(binDir + QStringLiteral("/.."));
     configuration.bundleVersion = QStringLiteral(BRISVANE_BUNDLE_VERSION);
     configuration.shortVersion = QStringLiteral(BRISVANE_SHORT_VERSION_STRING);

@@ -11,17 +11,17 @@ struct VersionRun {
     QStringView text;  // a number without its leading zeros
 };
 
-bool IsAsciiDigit(QChar c) {
+bool isAsciiDigit(QChar c) {
     return c >= u'0' && c <= u'9';
 }
 
-std::vector<VersionRun> VersionRuns(QStringView version) {
+std::vector<VersionRun> versionRuns(QStringView version) {
     std::vector<VersionRun> runs;
     qsizetype i = 0;
     while (i < version.size()) {
         const qsizetype start = i;
-        if (IsAsciiDigit(version[i])) {
-            while (i < version.size() && IsAsciiDigit(version[i])) {
+        if (isAsciiDigit(version[i])) {
+            while (i < version.size() && isAsciiDigit(version[i])) {
                 ++i;
             }
             qsizetype firstSignificant = start;
@@ -42,16 +42,16 @@ std::vector<VersionRun> VersionRuns(QStringView version) {
 }
 
 // Numbers of any length, without converting them: fewer significant digits is smaller.
-std::weak_ordering CompareNumbers(QStringView left, QStringView right) {
+std::weak_ordering compareNumbers(QStringView left, QStringView right) {
     if (left.size() != right.size()) {
         return left.size() <=> right.size();
     }
     return left.compare(right) <=> 0;
 }
 
-std::weak_ordering CompareRuns(const VersionRun& left, const VersionRun& right) {
+std::weak_ordering compareRuns(const VersionRun& left, const VersionRun& right) {
     if (left.isNumber && right.isNumber) {
-        return CompareNumbers(left.text, right.text);
+        return compareNumbers(left.text, right.text);
     }
     if (!left.isNumber && !right.isNumber) {
         return left.text.compare(right.text) <=> 0;
@@ -60,7 +60,7 @@ std::weak_ordering CompareRuns(const VersionRun& left, const VersionRun& right) 
 }
 
 // How the runs beyond the end of the other version rank the longer one.
-std::weak_ordering RankOfTail(const std::vector<VersionRun>& runs, std::size_t from) {
+std::weak_ordering rankOfTail(const std::vector<VersionRun>& runs, std::size_t from) {
     for (std::size_t i = from; i < runs.size(); ++i) {
         if (!runs[i].isNumber) {
             return std::weak_ordering::less;
@@ -72,24 +72,24 @@ std::weak_ordering RankOfTail(const std::vector<VersionRun>& runs, std::size_t f
     return std::weak_ordering::equivalent;
 }
 
-std::weak_ordering Reversed(std::weak_ordering order) {
+std::weak_ordering reversed(std::weak_ordering order) {
     return 0 <=> order;
 }
 
 }  // namespace
 
 std::weak_ordering CompareVersions(QStringView left, QStringView right) {
-    const std::vector<VersionRun> leftRuns = VersionRuns(left);
-    const std::vector<VersionRun> rightRuns = VersionRuns(right);
+    const std::vector<VersionRun> leftRuns = versionRuns(left);
+    const std::vector<VersionRun> rightRuns = versionRuns(right);
     const std::size_t shared = std::min(leftRuns.size(), rightRuns.size());
     for (std::size_t i = 0; i < shared; ++i) {
-        const std::weak_ordering order = CompareRuns(leftRuns[i], rightRuns[i]);
+        const std::weak_ordering order = compareRuns(leftRuns[i], rightRuns[i]);
         if (order != 0) {
             return order;
         }
     }
     if (leftRuns.size() > shared) {
-        return RankOfTail(leftRuns, shared);
+        return rankOfTail(leftRuns, shared);
     }
-    return Reversed(RankOfTail(rightRuns, shared));
+    return reversed(rankOfTail(rightRuns, shared));
 }

@@ -46,7 +46,7 @@ TEST(UpdaterAddress, OnlyHttpsOrLoopbackHttp) {
     }
 }
 
-QByteArray Feed(const QByteArray& items) {
+QByteArray feedWith(const QByteArray& items) {
     return "<rss version=\"2.0\" xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/"
            "sparkle\"><channel>" +
            items + "</channel></rss>";
@@ -54,7 +54,7 @@ QByteArray Feed(const QByteArray& items) {
 
 TEST(UpdaterAppcast, ReadsTheItemsThatOfferAnArchive) {
     const QByteArray signature(64, '\x5a');
-    const std::vector<AppcastItem> items = ParseAppcast(Feed(
+    const std::vector<AppcastItem> items = ParseAppcast(feedWith(
         "<item><title>News</title></item><item><title>1.6</title><sparkle:version>6</"
         "sparkle:version><enclosure url=\"https://b.example/u.tar.gz\" length=\"1234\" "
         "sparkle:edSignature=\"" +
@@ -72,10 +72,11 @@ TEST(UpdaterAppcast, MalformedFeedsAreRefused) {
     const QByteArray item = "<item><sparkle:version>6</sparkle:version><enclosure ";
     for (const QByteArray& feed : {
              QByteArray("<html><body>Not found</body></html>"),
-             Feed("<item><sparkle:version>6</sparkle:version>"),  // unclosed
-             Feed(item + "url=\"updates/u.tar.gz\"/></item>"),    // relative address
-             Feed(item + "url=\"https://b.example/u\" length=\"12a\"/></item>"),
-             Feed(item + "url=\"https://b.example/u\" sparkle:edSignature=\"WlpaWg==\"/></item>"),
+             feedWith("<item><sparkle:version>6</sparkle:version>"),  // unclosed
+             feedWith(item + "url=\"updates/u.tar.gz\"/></item>"),    // relative address
+             feedWith(item + "url=\"https://b.example/u\" length=\"12a\"/></item>"),
+             feedWith(item +
+                      "url=\"https://b.example/u\" sparkle:edSignature=\"WlpaWg==\"/></item>"),
          }) {
         EXPECT_EQ(FailureOf([&] { ParseAppcast(feed); }), UpdaterError::malformedFeed)
             << feed.toStdString();

@@ -22,7 +22,7 @@ namespace {
     return qputenv("XDG_CONFIG_HOME", QFile::encodeName(folder.path()));
 }();
 
-la_ssize_t AppendToArray(archive*, void* target, const void* bytes, size_t length) {
+la_ssize_t appendToArray(archive*, void* target, const void* bytes, size_t length) {
     static_cast<QByteArray*>(target)->append(static_cast<const char*>(bytes),
                                              static_cast<qsizetype>(length));
     return static_cast<la_ssize_t>(length);
@@ -54,7 +54,7 @@ QByteArray TarGz(const std::vector<ArchiveEntry>& entries) {
     archive* writer = archive_write_new();
     archive_write_add_filter_gzip(writer);
     archive_write_set_format_pax_restricted(writer);
-    archive_write_open(writer, &bytes, nullptr, AppendToArray, nullptr);
+    archive_write_open(writer, &bytes, nullptr, appendToArray, nullptr);
     for (const ArchiveEntry& item : entries) {
         archive_entry* entry = archive_entry_new();
         archive_entry_set_pathname(entry, item.name.c_str());
