@@ -22,6 +22,7 @@ brisvaneApp::brisvaneApp(Seams seams)
     // A second copy of the application ends itself in here, before any updater exists.
     : ip_(std::make_unique<ItemsProvider>(seams.host)) {
     const bool isMacOS13 = ip_->isMacOS13();
+    // The updater knows no windows: what a session shows, it shows in the views' dialog.
     updaterController_ = std::make_unique<StandardUpdaterController>(
         isMacOS13, [] { return std::make_unique<UpdateDialog>(); });
     environment_ = std::make_unique<ViewEnvironment>(ViewEnvironment::standard(*ip_));
