@@ -1,13 +1,14 @@
-#include "app/brisvane_app.h"
+#include "brisvane_app.h"
 
 #include <QApplication>
 #include <QTimer>
 
-#include "app/platform/updater_schedule.h"
-#include "app/termination_signals.h"
+#include "app/platform/updates/updater_schedule.h"
 #include "app/views/menu_bar_extra.h"
 #include "app/views/menu_bar_extra_legacy.h"
+#include "app/views/update_dialog.h"
 #include "process_manager/instance_activation.h"
+#include "termination_signals.h"
 
 void brisvaneApp::prepareApplicationObject() {
     QApplication::setApplicationName(QStringLiteral("brisvane"));
@@ -21,7 +22,9 @@ brisvaneApp::brisvaneApp(Seams seams)
     // A second copy of the application ends itself in here, before any updater exists.
     : ip_(std::make_unique<ItemsProvider>(seams.host)) {
     const bool isMacOS13 = ip_->isMacOS13();
-    updaterController_ = std::make_unique<StandardUpdaterController>(isMacOS13);
+    // The updater knows no windows: what a session shows, it shows in the views' dialog.
+    updaterController_ = std::make_unique<StandardUpdaterController>(
+        isMacOS13, [] { return std::make_unique<UpdateDialog>(); });
     environment_ = std::make_unique<ViewEnvironment>(ViewEnvironment::standard(*ip_));
     if (seams.adjustEnvironment) {
         seams.adjustEnvironment(*environment_);

@@ -8,7 +8,7 @@
 #include <memory>
 
 #include "app/items_provider.h"
-#include "app/platform/updater_controller.h"
+#include "app/platform/updates/updater_controller.h"
 #include "app/views/view_environment.h"
 
 class MenuBarExtra;

@@ -1,4 +1,4 @@
-#include "app/dir_item_list.h"
+#include "dir_item_list.h"
 
 #include <algorithm>
 

@@ -10,7 +10,7 @@
 #include <QList>
 #include <QString>
 
-#include "app/records.h"
+#include "records/records.h"
 
 class DirItemList {
 public:

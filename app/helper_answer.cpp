@@ -1,4 +1,4 @@
-#include "app/helper_answer.h"
+#include "helper_answer.h"
 
 #include <optional>
 #include <system_error>

@@ -7,7 +7,7 @@
 #include <QList>
 #include <variant>
 
-#include "app/records.h"
+#include "records/records.h"
 
 struct UndecodableAnswer {};
 

@@ -1,4 +1,4 @@
-#include "app/helper_answer_reader.h"
+#include "helper_answer_reader.h"
 
 #include <cstring>
 #include <system_error>

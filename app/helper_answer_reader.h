@@ -11,7 +11,7 @@
 #include <mutex>
 #include <optional>
 
-#include "app/helper_answer.h"
+#include "helper_answer.h"
 
 // The elements of a top-level JSON array, each without its surrounding blanks;
 // nothing when the text is not an array or its separators are malformed. Only

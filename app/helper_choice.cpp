@@ -1,4 +1,4 @@
-#include "app/helper_choice.h"
+#include "helper_choice.h"
 
 #include <QDir>
 #include <QFileInfo>

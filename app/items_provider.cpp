@@ -1,16 +1,15 @@
-#include "app/items_provider.h"
+#include "items_provider.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QPointer>
 #include <QTimer>
-#include <cstdio>
-#include <cstdlib>
 
-#include "app/helper_choice.h"
 #include "app/platform/launch_at_login.h"
 #include "brisvane_version.h"
+#include "diagnostics/diagnostics.h"
+#include "helper_choice.h"
 
 using namespace Qt::Literals::StringLiterals;
 using namespace std::chrono_literals;
@@ -22,20 +21,10 @@ constexpr std::int64_t pastHighestPort = 9000;
 constexpr auto requestInterval = 100ms;
 constexpr auto secondRemovalDelay = 500ms;
 
-void printLine(const QString& text) {
-    std::fputs(qPrintable(text + u'\n'), stdout);
-    std::fflush(stdout);
-}
-
-[[noreturn]] void stopUnwrappingNothing() {
-    std::fputs("fatal: Unexpectedly found nil while unwrapping an Optional value\n", stderr);
-    std::abort();
-}
-
 QUrl siteURL() {
     const QUrl url(QStringLiteral(BRISVANE_SITE_URL), QUrl::StrictMode);
     if (!url.isValid() || url.scheme().isEmpty() || url.host().isEmpty()) {
-        stopUnwrappingNothing();
+        Diagnostics::stopUnwrappingNothing();
     }
     return url;
 }
@@ -83,24 +72,24 @@ ItemsProvider::~ItemsProvider() {
 void ItemsProvider::superviseHelper() {
     const QString resourceDir = ProcessManager::defaultResourceDir();
     const HelperChoice choice = ChooseHelperExecutable(pm_.systemArchitecture(), resourceDir);
-    printLine(choice.logLine);
+    Diagnostics::printLine(choice.logLine);
     const QString executable = QDir(resourceDir).filePath(choice.name);
     if (!QFileInfo(executable).isExecutable()) {
-        stopUnwrappingNothing();
+        Diagnostics::stopUnwrappingNothing();
     }
 
-    auto pingTimeout = [] { printLine(u"ping timeout"_s); };
+    auto pingTimeout = [] { Diagnostics::printLine(u"ping timeout"_s); };
     auto standardOutput = [this](const QString& chunk) {
-        printLine("o: "_L1 + chunk);
+        Diagnostics::printLine("o: "_L1 + chunk);
         if (isFirstRun_.exchange(false)) {
             QMetaObject::invokeMethod(
                 this, [this] { startRequestLoop(); }, Qt::QueuedConnection);
         }
     };
     auto taskExitNotification = [](std::optional<std::error_code> error) {
-        printLine(u"task exited"_s);
+        Diagnostics::printLine(u"task exited"_s);
         if (error) {
-            printLine(QString::fromStdString(error->message()));
+            Diagnostics::printLine(QString::fromStdString(error->message()));
         }
     };
     pm_.subscribeWithBinary(executable, isMacOS13_, true, PollManager::defaultPingTimeLimit,
@@ -196,10 +185,10 @@ void ItemsProvider::applyAnswer(const HelperAnswer& answer) {
                 setMenuBarString();
             }
         } else {
-            printLine(u"unknown request type"_s);
+            Diagnostics::printLine(u"unknown request type"_s);
         }
     } else {
-        printLine(u"cannot decode message"_s);
+        Diagnostics::printLine(u"cannot decode message"_s);
     }
 }
 

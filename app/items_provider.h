@@ -17,12 +17,12 @@
 #include <optional>
 #include <thread>
 
-#include "app/dir_item_list.h"
-#include "app/helper_answer_reader.h"
-#include "app/panel_model.h"
-#include "app/records.h"
-#include "app/system_version.h"
+#include "dir_item_list.h"
+#include "helper_answer_reader.h"
+#include "panel_model.h"
 #include "poll_manager/poll_manager.h"
+#include "records/records.h"
+#include "system_version.h"
 
 // The host facts the model starts from; tests choose the older system or a
 // shorter life for it.

@@ -2,7 +2,7 @@
 
 #include <QApplication>
 
-#include "app/brisvane_app.h"
+#include "brisvane_app.h"
 
 int main(int argc, char** argv) {
     QApplication application(argc, argv);

@@ -9,7 +9,7 @@
 #include <QString>
 #include <QUrl>
 
-#include "app/records.h"
+#include "records/records.h"
 
 class PanelModel : public QObject {
     Q_OBJECT

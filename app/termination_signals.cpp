@@ -1,4 +1,4 @@
-#include "app/termination_signals.h"
+#include "termination_signals.h"
 
 #include <fcntl.h>
 #include <unistd.h>

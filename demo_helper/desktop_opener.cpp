@@ -1,4 +1,4 @@
-#include "demo_helper/desktop_opener.h"
+#include "desktop_opener.h"
 
 #include <fcntl.h>
 #include <spawn.h>

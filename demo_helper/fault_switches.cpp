@@ -38,7 +38,7 @@
 //                                       a benchmark sees from outside when it was first
 //                                       answered
 
-#include "demo_helper/fault_switches.h"
+#include "fault_switches.h"
 
 #include <QByteArray>
 #include <QtGlobal>

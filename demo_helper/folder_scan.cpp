@@ -1,4 +1,4 @@
-#include "demo_helper/folder_scan.h"
+#include "folder_scan.h"
 
 #include <QCryptographicHash>
 #include <QFile>

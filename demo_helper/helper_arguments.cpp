@@ -1,4 +1,4 @@
-#include "demo_helper/helper_arguments.h"
+#include "helper_arguments.h"
 
 #include <limits>
 

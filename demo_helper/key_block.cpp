@@ -1,4 +1,4 @@
-#include "demo_helper/key_block.h"
+#include "key_block.h"
 
 #include <QFile>
 

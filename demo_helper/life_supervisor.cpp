@@ -1,4 +1,4 @@
-#include "demo_helper/life_supervisor.h"
+#include "life_supervisor.h"
 
 #include <poll.h>
 #include <sys/eventfd.h>

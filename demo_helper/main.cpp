@@ -23,17 +23,18 @@
 #include <utility>
 
 #include "brisvane_version.h"
-#include "demo_helper/desktop_opener.h"
-#include "demo_helper/fault_switches.h"
-#include "demo_helper/helper_arguments.h"
-#include "demo_helper/key_block.h"
-#include "demo_helper/life_supervisor.h"
-#include "demo_helper/message_dispatch.h"
-#include "demo_helper/request_endpoint.h"
-#include "demo_helper/simulated_service.h"
-#include "demo_helper/state_file.h"
-#include "demo_helper/wire_faults.h"
+#include "desktop_opener.h"
+#include "diagnostics/diagnostics.h"
+#include "fault_switches.h"
+#include "helper_arguments.h"
+#include "key_block.h"
 #include "key_exchange/key_exchange.h"
+#include "life_supervisor.h"
+#include "message_dispatch.h"
+#include "request_endpoint.h"
+#include "simulated_service.h"
+#include "state_file.h"
+#include "wire_faults.h"
 
 namespace {
 
@@ -45,7 +46,7 @@ constexpr const char* kLoopback = "127.0.0.1";
 constexpr time_t kKeepAliveSeconds = 1;
 
 void fail(const QString& message) {
-    std::fprintf(stderr, "brisvane demo helper: %s\n", qPrintable(message));
+    Diagnostics::printErrorLine(QStringLiteral("brisvane demo helper: ") + message);
 }
 
 // The key block and the status line in one write, so the application reads the
@@ -85,8 +86,7 @@ private:
 
     static void announce(std::int64_t number) {
         if (number <= kAnnounced) {
-            std::printf("answered ping %lld\n", static_cast<long long>(number));
-            std::fflush(stdout);
+            Diagnostics::printLine(QStringLiteral("answered ping %1").arg(number));
         }
     }
 

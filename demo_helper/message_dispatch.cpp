@@ -1,9 +1,9 @@
-#include "demo_helper/message_dispatch.h"
+#include "message_dispatch.h"
 
 #include <QFileInfo>
 
-#include "demo_helper/desktop_opener.h"
-#include "demo_helper/simulated_service.h"
+#include "desktop_opener.h"
+#include "simulated_service.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <variant>
 #include <vector>
 
-#include "app/records.h"
+#include "records/records.h"
 
 class SimulatedService;
 class DesktopOpener;

@@ -1,4 +1,4 @@
-#include "demo_helper/message_timestamps.h"
+#include "message_timestamps.h"
 
 #include <QByteArray>
 #include <algorithm>

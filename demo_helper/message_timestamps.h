@@ -12,7 +12,7 @@
 #include <mutex>
 #include <optional>
 
-#include "demo_helper/fault_switches.h"
+#include "fault_switches.h"
 
 using TimestampSource = std::function<std::int64_t()>;
 

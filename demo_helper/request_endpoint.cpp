@@ -1,12 +1,12 @@
-#include "demo_helper/request_endpoint.h"
+#include "request_endpoint.h"
 
 #include <QByteArrayView>
 #include <optional>
 #include <thread>
 
-#include "demo_helper/message_dispatch.h"
-#include "key_exchange/base64.h"
 #include "key_exchange/key_exchange.h"
+#include "message_dispatch.h"
+#include "records/base64.h"
 
 namespace {
 

@@ -11,8 +11,8 @@
 #include <functional>
 #include <string_view>
 
-#include "demo_helper/fault_switches.h"
-#include "demo_helper/message_timestamps.h"
+#include "fault_switches.h"
+#include "message_timestamps.h"
 
 class KeyExchangeStore;
 class MessageDispatcher;

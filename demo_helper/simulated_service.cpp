@@ -1,9 +1,10 @@
-#include "demo_helper/simulated_service.h"
+#include "simulated_service.h"
 
 #include <QDir>
 #include <QFileInfo>
 #include <algorithm>
-#include <cstdio>
+
+#include "diagnostics/diagnostics.h"
 
 namespace {
 
@@ -17,7 +18,8 @@ QString displayName(const QString& path) {
 }
 
 void warn(const QString& what, const std::system_error& error) {
-    std::fprintf(stderr, "brisvane demo helper: %s: %s\n", qPrintable(what), error.what());
+    Diagnostics::printErrorLine(QStringLiteral("brisvane demo helper: ") + what +
+                                QStringLiteral(": ") + error.what());
 }
 
 }  // namespace

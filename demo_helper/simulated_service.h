@@ -13,9 +13,9 @@
 #include <optional>
 #include <vector>
 
-#include "app/records.h"
-#include "demo_helper/folder_scan.h"
-#include "demo_helper/state_file.h"
+#include "folder_scan.h"
+#include "records/records.h"
+#include "state_file.h"
 
 struct SimulatedGroup {
     std::int64_t groupID;

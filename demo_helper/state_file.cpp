@@ -1,4 +1,4 @@
-#include "demo_helper/state_file.h"
+#include "state_file.h"
 
 #include <QDir>
 #include <QFile>

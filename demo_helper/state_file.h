@@ -8,7 +8,7 @@
 #include <system_error>
 #include <vector>
 
-#include "key_exchange/json_coding.h"
+#include "records/json_coding.h"
 
 struct StoredFolder {
     QString path;

@@ -1,4 +1,4 @@
-#include "demo_helper/wire_faults.h"
+#include "wire_faults.h"
 
 #include <string>
 

@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <mutex>
 
-#include "demo_helper/fault_switches.h"
+#include "fault_switches.h"
 
 class WireFaults {
 public:

@@ -5,9 +5,10 @@
 #include <climits>
 #include <cstdint>
 
-#include "key_exchange/base64.h"
-#include "key_exchange/fatal.h"
-#include "key_exchange/openssl_support.h"
+#include "diagnostics/diagnostics.h"
+#include "openssl_support.h"
+#include "records/base64.h"
+#include "stops.h"
 
 namespace {
 
@@ -28,7 +29,7 @@ constexpr qsizetype kOpenChunkBytes = 3 * 1024;
 
 // Fetched once: an implicit fetch on every context would go through OpenSSL's provider
 // lookup for each message.
-const EVP_CIPHER* Fetched(const char* name) {
+const EVP_CIPHER* fetched(const char* name) {
     EVP_CIPHER* cipher = EVP_CIPHER_fetch(nullptr, name, nullptr);
     if (cipher == nullptr) {
         ThrowCrypto(CryptoError::libraryFailure);
@@ -36,18 +37,18 @@ const EVP_CIPHER* Fetched(const char* name) {
     return cipher;
 }
 
-const EVP_CIPHER* AesGcm(qsizetype keySize) {
+const EVP_CIPHER* aesGcm(qsizetype keySize) {
     switch (keySize) {
         case 16: {
-            static const EVP_CIPHER* const cipher = Fetched("AES-128-GCM");
+            static const EVP_CIPHER* const cipher = fetched("AES-128-GCM");
             return cipher;
         }
         case 24: {
-            static const EVP_CIPHER* const cipher = Fetched("AES-192-GCM");
+            static const EVP_CIPHER* const cipher = fetched("AES-192-GCM");
             return cipher;
         }
         case 32: {
-            static const EVP_CIPHER* const cipher = Fetched("AES-256-GCM");
+            static const EVP_CIPHER* const cipher = fetched("AES-256-GCM");
             return cipher;
         }
         default:
@@ -55,33 +56,33 @@ const EVP_CIPHER* AesGcm(qsizetype keySize) {
     }
 }
 
-const EVP_CIPHER* ChaChaPoly(qsizetype keySize) {
+const EVP_CIPHER* chaChaPoly(qsizetype keySize) {
     if (keySize != 32) {
         ThrowCrypto(CryptoError::incorrectKeySize);
     }
-    static const EVP_CIPHER* const cipher = Fetched("ChaCha20-Poly1305");
+    static const EVP_CIPHER* const cipher = fetched("ChaCha20-Poly1305");
     return cipher;
 }
 
-const EVP_CIPHER* CipherFor(KeyExchangeAEAD aead, qsizetype keySize) {
+const EVP_CIPHER* cipherFor(KeyExchangeAEAD aead, qsizetype keySize) {
     switch (aead) {
         case KeyExchangeAEAD::aesgcm:
-            return AesGcm(keySize);
+            return aesGcm(keySize);
         case KeyExchangeAEAD::chachapoly:
-            return ChaChaPoly(keySize);
+            return chaChaPoly(keySize);
         case KeyExchangeAEAD::unknown:
             break;
     }
     throw std::system_error(KeyExchangeError::invalidAEAD);
 }
 
-void RequireKnown(KeyExchangeAEAD aead) {
+void requireKnown(KeyExchangeAEAD aead) {
     if (aead != KeyExchangeAEAD::aesgcm && aead != KeyExchangeAEAD::chachapoly) {
         throw std::system_error(KeyExchangeError::invalidAEAD);
     }
 }
 
-const unsigned char* Bytes(QByteArrayView view) {
+const unsigned char* unsignedData(QByteArrayView view) {
     return reinterpret_cast<const unsigned char*>(view.data());
 }
 
@@ -92,12 +93,12 @@ public:
     CipherRun(const EVP_CIPHER* cipher, bool sealing, const SymmetricKey& key,
               const unsigned char* nonce, QByteArrayView additionalData)
         : context_(EVP_CIPHER_CTX_new()) {
-        if (!context_ || EVP_CipherInit_ex2(context_.get(), cipher, Bytes(key.view()), nonce,
+        if (!context_ || EVP_CipherInit_ex2(context_.get(), cipher, unsignedData(key.view()), nonce,
                                             sealing ? 1 : 0, nullptr) != 1) {
             ThrowCrypto(CryptoError::libraryFailure);
         }
         if (!additionalData.isEmpty()) {
-            update(Bytes(additionalData), additionalData.size(), nullptr);
+            update(unsignedData(additionalData), additionalData.size(), nullptr);
         }
     }
 
@@ -136,62 +137,53 @@ private:
     CipherCtxPtr context_;
 };
 
-SealedBox Seal(const EVP_CIPHER* cipher, const SymmetricKey& key, QByteArrayView message,
+SealedBox seal(const EVP_CIPHER* cipher, const SymmetricKey& key, QByteArrayView message,
                QByteArrayView nonce, QByteArrayView additionalData) {
-    CipherRun run(cipher, true, key, Bytes(nonce), additionalData);
+    CipherRun run(cipher, true, key, unsignedData(nonce), additionalData);
     SealedBox box{nonce.toByteArray(), QByteArray(message.size(), Qt::Uninitialized),
                   QByteArray(kTagSize, Qt::Uninitialized)};
-    run.update(Bytes(message), message.size(),
+    run.update(unsignedData(message), message.size(),
                reinterpret_cast<unsigned char*>(box.ciphertext.data()));
     run.finishSealing(reinterpret_cast<unsigned char*>(box.tag.data()));
     return box;
 }
 
-QByteArray Open(const EVP_CIPHER* cipher, const SymmetricKey& key, QByteArrayView combined,
+QByteArray open(const EVP_CIPHER* cipher, const SymmetricKey& key, QByteArrayView combined,
                 QByteArrayView additionalData) {
     const qsizetype size = combined.size() - kNonceSize - kTagSize;
-    CipherRun run(cipher, false, key, Bytes(combined), additionalData);
+    CipherRun run(cipher, false, key, unsignedData(combined), additionalData);
     QByteArray plaintext(size, Qt::Uninitialized);
     auto* out = reinterpret_cast<unsigned char*>(plaintext.data());
-    run.update(Bytes(combined) + kNonceSize, size, out);
-    if (!run.finishOpening(Bytes(combined) + kNonceSize + size)) {
+    run.update(unsignedData(combined) + kNonceSize, size, out);
+    if (!run.finishOpening(unsignedData(combined) + kNonceSize + size)) {
         OPENSSL_cleanse(out, static_cast<std::size_t>(size));
         ThrowCrypto(CryptoError::authenticationFailure);
     }
     return plaintext;
 }
 
-void RequireNonce(QByteArrayView nonce) {
+void requireNonce(QByteArrayView nonce) {
     if (nonce.size() != kNonceSize) {
         ThrowCrypto(CryptoError::incorrectParameterSize);
     }
 }
 
-void RequireCombined(QByteArrayView combined) {
+void requireCombined(QByteArrayView combined) {
     if (combined.size() < kNonceSize + kTagSize) {
         ThrowCrypto(CryptoError::incorrectParameterSize);
     }
-}
-
-template <typename Text>
-QByteArray DecodeOrStop(Text text, const char* what) {
-    std::optional<QByteArray> bytes = Base64Decode(text);
-    if (!bytes) {
-        KeyExchangeFatal(what);
-    }
-    return *std::move(bytes);
 }
 
 // Opens the combined form straight from its base64 text, chunk by chunk. A character outside
 // the alphabet stops the program wherever it is found, and the tag is only known at the end,
 // so nothing is reported before the whole text has been read, as with decoding it first.
 template <typename Char>
-QByteArray OpenText(const EVP_CIPHER* cipher, const SymmetricKey& key, const Char* in,
+QByteArray openText(const EVP_CIPHER* cipher, const SymmetricKey& key, const Char* in,
                     qsizetype length, qsizetype combinedSize, QByteArrayView additionalData) {
     const qsizetype groupCount = length / 4;
     std::array<unsigned char, kNonceSize> nonce{};
     if (!Base64DecodeGroups(in, kNonceSize / 3, nonce.data())) {
-        KeyExchangeFatal("the ciphertext is not base64");
+        Diagnostics::stop(kKeyExchangeStopHeading, "the ciphertext is not base64");
     }
     CipherRun run(cipher, false, key, nonce.data(), additionalData);
 
@@ -218,14 +210,14 @@ QByteArray OpenText(const EVP_CIPHER* cipher, const SymmetricKey& key, const Cha
     for (qsizetype group = kNonceSize / 3; group < groupCount - 1;) {
         const qsizetype groups = std::min(kChunkGroups, groupCount - 1 - group);
         if (!Base64DecodeGroups(in + 4 * group, groups, chunk.data())) {
-            KeyExchangeFatal("the ciphertext is not base64");
+            Diagnostics::stop(kKeyExchangeStopHeading, "the ciphertext is not base64");
         }
         consume(chunk.data(), 3 * groups);
         group += groups;
     }
     const int last = Base64DecodeLastGroup(in + 4 * (groupCount - 1), chunk.data());
     if (last < 0) {
-        KeyExchangeFatal("the ciphertext is not base64");
+        Diagnostics::stop(kKeyExchangeStopHeading, "the ciphertext is not base64");
     }
     consume(chunk.data(), last);
 
@@ -238,12 +230,33 @@ QByteArray OpenText(const EVP_CIPHER* cipher, const SymmetricKey& key, const Cha
 
 }  // namespace
 
+namespace {
+
+template <typename Text>
+QByteArray decodeOrStop(Text text, const char* reason) {
+    std::optional<QByteArray> bytes = Base64Decode(text);
+    if (!bytes) {
+        Diagnostics::stop(kKeyExchangeStopHeading, reason);
+    }
+    return *std::move(bytes);
+}
+
+}  // namespace
+
+QByteArray DecodeBase64OrStop(QStringView text, const char* reason) {
+    return decodeOrStop(text, reason);
+}
+
+QByteArray DecodeBase64OrStop(QByteArrayView text, const char* reason) {
+    return decodeOrStop(text, reason);
+}
+
 QByteArray KeyExchangeRandomBytes(std::int64_t count) {
     if (count < 0) {
-        KeyExchangeFatal("a negative count of random bytes");
+        Diagnostics::stop(kKeyExchangeStopHeading, "a negative count of random bytes");
     }
     if (count > INT64_MAX / 8) {
-        KeyExchangeFatal("the bit count of the random bytes overflows");
+        Diagnostics::stop(kKeyExchangeStopHeading, "the bit count of the random bytes overflows");
     }
     QByteArray bytes(static_cast<qsizetype>(count), Qt::Uninitialized);
     auto* out = reinterpret_cast<unsigned char*>(bytes.data());
@@ -259,65 +272,65 @@ QByteArray KeyExchangeRandomBytes(std::int64_t count) {
 
 QByteArray KeyExchangeRandomBits(std::int64_t bitCount) {
     if (bitCount < 0) {
-        KeyExchangeFatal("a negative count of random bits");
+        Diagnostics::stop(kKeyExchangeStopHeading, "a negative count of random bits");
     }
     return KeyExchangeRandomBytes(bitCount / 8);
 }
 
 QByteArray AEADRandomKey(KeyExchangeAEAD aead) {
-    RequireKnown(aead);
+    requireKnown(aead);
     return KeyExchangeRandomBytes(kRandomKeySize);
 }
 
 QByteArray AEADRandomNonce(KeyExchangeAEAD aead) {
-    RequireKnown(aead);
+    requireKnown(aead);
     return KeyExchangeRandomBytes(kNonceSize);
 }
 
 QByteArray AEADRandomNonces(KeyExchangeAEAD aead) {
-    RequireKnown(aead);
+    requireKnown(aead);
     return KeyExchangeRandomBytes(kRandomKeySize + kNonceSize);
 }
 
 SealedBox AESGCMEncrypt(const SymmetricKey& key, QByteArrayView message, QByteArrayView nonce,
                         QByteArrayView additionalData) {
-    RequireNonce(nonce);
-    return Seal(AesGcm(key.size()), key, message, nonce, additionalData);
+    requireNonce(nonce);
+    return seal(aesGcm(key.size()), key, message, nonce, additionalData);
 }
 
 QByteArray AESGCMDecrypt(const SymmetricKey& key, QByteArrayView combined,
                          QByteArrayView additionalData) {
-    RequireCombined(combined);
-    return Open(AesGcm(key.size()), key, combined, additionalData);
+    requireCombined(combined);
+    return open(aesGcm(key.size()), key, combined, additionalData);
 }
 
 SealedBox ChaChaPolyEncrypt(const SymmetricKey& key, QByteArrayView message, QByteArrayView nonce,
                             QByteArrayView additionalData) {
-    RequireNonce(nonce);
-    return Seal(ChaChaPoly(key.size()), key, message, nonce, additionalData);
+    requireNonce(nonce);
+    return seal(chaChaPoly(key.size()), key, message, nonce, additionalData);
 }
 
 QByteArray ChaChaPolyDecrypt(const SymmetricKey& key, QByteArrayView combined,
                              QByteArrayView additionalData) {
-    RequireCombined(combined);
-    return Open(ChaChaPoly(key.size()), key, combined, additionalData);
+    requireCombined(combined);
+    return open(chaChaPoly(key.size()), key, combined, additionalData);
 }
 
 namespace {
 
 template <typename Char>
-void SealText(KeyExchangeAEAD aead, const SymmetricKey& key, QByteArrayView plaintext,
+void sealText(KeyExchangeAEAD aead, const SymmetricKey& key, QByteArrayView plaintext,
               QByteArrayView aeadNonce, QByteArrayView additionalData, Char* out) {
-    RequireKnown(aead);
-    RequireNonce(aeadNonce);
-    CipherRun run(CipherFor(aead, key.size()), true, key, Bytes(aeadNonce), additionalData);
-    Base64EncodeGroups(Bytes(aeadNonce), kNonceSize / 3, out);
+    requireKnown(aead);
+    requireNonce(aeadNonce);
+    CipherRun run(cipherFor(aead, key.size()), true, key, unsignedData(aeadNonce), additionalData);
+    Base64EncodeGroups(unsignedData(aeadNonce), kNonceSize / 3, out);
     out += Base64EncodedLength(kNonceSize);
 
     // The last chunk keeps room for the tag behind the ciphertext, so the two are coded together.
     constexpr qsizetype kChunkGroups = kSealChunkBytes / 3;
     alignas(64) std::array<unsigned char, kSealChunkBytes + kTagSize> chunk;
-    const unsigned char* in = Bytes(plaintext);
+    const unsigned char* in = unsignedData(plaintext);
     qsizetype left = plaintext.size();
     while (left > kSealChunkBytes) {
         run.update(in, kSealChunkBytes, chunk.data());
@@ -334,26 +347,26 @@ void SealText(KeyExchangeAEAD aead, const SymmetricKey& key, QByteArrayView plai
 }
 
 template <typename Char, typename Text>
-QByteArray DecryptText(KeyExchangeAEAD aead, const SymmetricKey& key, Text ciphertext,
+QByteArray decryptText(KeyExchangeAEAD aead, const SymmetricKey& key, Text ciphertext,
                        Text additionalData) {
-    RequireKnown(aead);
+    requireKnown(aead);
     const std::optional<qsizetype> combinedSize = Base64DecodedLength(ciphertext);
     if (!combinedSize) {
-        KeyExchangeFatal("the ciphertext is not base64");
+        Diagnostics::stop(kKeyExchangeStopHeading, "the ciphertext is not base64");
     }
     const QByteArray authenticated =
-        DecodeOrStop(additionalData, "the additional data is not base64");
+        DecodeBase64OrStop(additionalData, "the additional data is not base64");
     const bool keyFits = aead == KeyExchangeAEAD::chachapoly
                              ? key.size() == 32
                              : key.size() == 16 || key.size() == 24 || key.size() == 32;
     if (*combinedSize < kNonceSize + kTagSize || !keyFits) {
         // The refusal comes after the whole text has been decoded, so a text that is not base64
         // still stops the program first.
-        const QByteArray combined = DecodeOrStop(ciphertext, "the ciphertext is not base64");
+        const QByteArray combined = DecodeBase64OrStop(ciphertext, "the ciphertext is not base64");
         return aead == KeyExchangeAEAD::aesgcm ? AESGCMDecrypt(key, combined, authenticated)
                                                : ChaChaPolyDecrypt(key, combined, authenticated);
     }
-    return OpenText(CipherFor(aead, key.size()), key,
+    return openText(cipherFor(aead, key.size()), key,
                     reinterpret_cast<const Char*>(ciphertext.data()), ciphertext.size(),
                     *combinedSize, authenticated);
 }
@@ -363,14 +376,14 @@ QByteArray DecryptText(KeyExchangeAEAD aead, const SymmetricKey& key, Text ciphe
 QString AEADEncrypt(KeyExchangeAEAD aead, const SymmetricKey& key, QByteArrayView plaintext,
                     QByteArrayView aeadNonce, QByteArrayView additionalData) {
     QString text(Base64EncodedLength(kNonceSize + plaintext.size() + kTagSize), Qt::Uninitialized);
-    SealText(aead, key, plaintext, aeadNonce, additionalData,
+    sealText(aead, key, plaintext, aeadNonce, additionalData,
              reinterpret_cast<char16_t*>(text.data()));
     return text;
 }
 
 void AEADEncryptInto(KeyExchangeAEAD aead, const SymmetricKey& key, QByteArrayView plaintext,
                      QByteArrayView aeadNonce, QByteArrayView additionalData, char* out) {
-    SealText(aead, key, plaintext, aeadNonce, additionalData, out);
+    sealText(aead, key, plaintext, aeadNonce, additionalData, out);
 }
 
 qsizetype AEADCiphertextTextLength(qsizetype plaintextSize) {
@@ -380,11 +393,11 @@ qsizetype AEADCiphertextTextLength(qsizetype plaintextSize) {
 QByteArray AEADDecrypt(KeyExchangeAEAD aead, const SymmetricKey& key, QStringView ciphertext,
                        QStringView aeadNonce, QStringView additionalData) {
     Q_UNUSED(aeadNonce);  // only the nonce inside the combined form counts
-    return DecryptText<char16_t>(aead, key, ciphertext, additionalData);
+    return decryptText<char16_t>(aead, key, ciphertext, additionalData);
 }
 
 QByteArray AEADDecrypt(KeyExchangeAEAD aead, const SymmetricKey& key, QByteArrayView ciphertext,
                        QByteArrayView aeadNonce, QByteArrayView additionalData) {
     Q_UNUSED(aeadNonce);
-    return DecryptText<char>(aead, key, ciphertext, additionalData);
+    return decryptText<char>(aead, key, ciphertext, additionalData);
 }

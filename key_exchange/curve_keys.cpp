@@ -3,7 +3,7 @@
 // keys the big-endian scalar padded to the field's byte length. The curves differ only in the
 // rows of one table and in which of two OpenSSL key shapes they use.
 
-#include "key_exchange/curve_keys.h"
+#include "curve_keys.h"
 
 #include <openssl/core_names.h>
 #include <openssl/ec.h>
@@ -13,8 +13,8 @@
 
 #include <array>
 
-#include "key_exchange/base64.h"
-#include "key_exchange/openssl_support.h"
+#include "openssl_support.h"
+#include "records/base64.h"
 
 namespace {
 
@@ -36,7 +36,7 @@ constexpr std::array<CurveInfo, 4> kCurves{{
 
 constexpr unsigned char kUncompressedPoint = 0x04;
 
-const CurveInfo& Info(KeyExchangeCurve curve) {
+const CurveInfo& curveInfo(KeyExchangeCurve curve) {
     for (const CurveInfo& info : kCurves) {
         if (info.curve == curve) {
             return info;
@@ -50,7 +50,7 @@ using ParamsPtr = std::unique_ptr<OSSL_PARAM, OpenSSLDeleter<OSSL_PARAM_free>>;
 using GroupPtr = std::unique_ptr<EC_GROUP, OpenSSLDeleter<EC_GROUP_free>>;
 using PointPtr = std::unique_ptr<EC_POINT, OpenSSLDeleter<EC_POINT_free>>;
 
-PKeyPtr NistKeyFromData(const CurveInfo& info, int selection, const BIGNUM* scalar,
+PKeyPtr nistKeyFromData(const CurveInfo& info, int selection, const BIGNUM* scalar,
                         QByteArrayView encodedPoint) {
     ParamBuildPtr build(OSSL_PARAM_BLD_new());
     if (!build ||
@@ -76,7 +76,7 @@ PKeyPtr NistKeyFromData(const CurveInfo& info, int selection, const BIGNUM* scal
 
 // OpenSSL 3.0 does not compute the public point when a key is built from its scalar alone,
 // so the point is made here; the range check keeps zero and multiples of the order out.
-PKeyPtr NistPrivateFromRaw(const CurveInfo& info, QByteArrayView raw) {
+PKeyPtr nistPrivateFromRaw(const CurveInfo& info, QByteArrayView raw) {
     BignumPtr scalar(BN_bin2bn(reinterpret_cast<const unsigned char*>(raw.data()),
                                static_cast<int>(raw.size()), nullptr));
     GroupPtr group(EC_GROUP_new_by_curve_name(info.nid));
@@ -96,14 +96,14 @@ PKeyPtr NistPrivateFromRaw(const CurveInfo& info, QByteArrayView raw) {
                            nullptr) != static_cast<std::size_t>(encoded.size())) {
         ThrowCrypto(CryptoError::libraryFailure);
     }
-    return NistKeyFromData(info, EVP_PKEY_KEYPAIR, scalar.get(), encoded);
+    return nistKeyFromData(info, EVP_PKEY_KEYPAIR, scalar.get(), encoded);
 }
 
-PKeyPtr NistPublicFromRaw(const CurveInfo& info, QByteArrayView raw) {
+PKeyPtr nistPublicFromRaw(const CurveInfo& info, QByteArrayView raw) {
     QByteArray encoded;
     encoded.reserve(raw.size() + 1);
     encoded.append(static_cast<char>(kUncompressedPoint)).append(raw);
-    PKeyPtr key = NistKeyFromData(info, EVP_PKEY_PUBLIC_KEY, nullptr, encoded);
+    PKeyPtr key = nistKeyFromData(info, EVP_PKEY_PUBLIC_KEY, nullptr, encoded);
     // Building the key checks the point's coordinates against the curve equation already; the
     // full check also refuses coordinates out of range, keeping invalid-curve points out.
     PKeyCtxPtr check(EVP_PKEY_CTX_new_from_pkey(nullptr, key.get(), nullptr));
@@ -117,7 +117,7 @@ PKeyPtr NistPublicFromRaw(const CurveInfo& info, QByteArrayView raw) {
 using RawKeyReader = EVP_PKEY* (*)(OSSL_LIB_CTX*, const char*, const char*, const unsigned char*,
                                    std::size_t);
 
-std::shared_ptr<evp_pkey_st> MontgomeryFromRaw(const CurveInfo& info, QByteArrayView raw,
+std::shared_ptr<evp_pkey_st> montgomeryFromRaw(const CurveInfo& info, QByteArrayView raw,
                                                RawKeyReader read) {
     PKeyPtr key(read(nullptr, info.groupName, nullptr,
                      reinterpret_cast<const unsigned char*>(raw.data()),
@@ -128,27 +128,27 @@ std::shared_ptr<evp_pkey_st> MontgomeryFromRaw(const CurveInfo& info, QByteArray
     return SharePKey(std::move(key));
 }
 
-std::shared_ptr<evp_pkey_st> PrivateFromRaw(const CurveInfo& info, QByteArrayView raw) {
+std::shared_ptr<evp_pkey_st> privateFromRaw(const CurveInfo& info, QByteArrayView raw) {
     if (raw.size() != info.privateSize) {
         ThrowCrypto(CryptoError::invalidKeyRepresentation);
     }
     if (!info.montgomery) {
-        return SharePKey(NistPrivateFromRaw(info, raw));
+        return SharePKey(nistPrivateFromRaw(info, raw));
     }
-    return MontgomeryFromRaw(info, raw, EVP_PKEY_new_raw_private_key_ex);
+    return montgomeryFromRaw(info, raw, EVP_PKEY_new_raw_private_key_ex);
 }
 
-std::shared_ptr<evp_pkey_st> PublicFromRaw(const CurveInfo& info, QByteArrayView raw) {
+std::shared_ptr<evp_pkey_st> publicFromRaw(const CurveInfo& info, QByteArrayView raw) {
     if (raw.size() != info.publicSize) {
         ThrowCrypto(CryptoError::invalidKeyRepresentation);
     }
     if (!info.montgomery) {
-        return SharePKey(NistPublicFromRaw(info, raw));
+        return SharePKey(nistPublicFromRaw(info, raw));
     }
-    return MontgomeryFromRaw(info, raw, EVP_PKEY_new_raw_public_key_ex);
+    return montgomeryFromRaw(info, raw, EVP_PKEY_new_raw_public_key_ex);
 }
 
-std::shared_ptr<evp_pkey_st> Generate(const CurveInfo& info) {
+std::shared_ptr<evp_pkey_st> generateKey(const CurveInfo& info) {
     PKeyPtr key(info.montgomery ? EVP_PKEY_Q_keygen(nullptr, nullptr, "X25519")
                                 : EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", info.groupName));
     if (!key) {
@@ -157,7 +157,7 @@ std::shared_ptr<evp_pkey_st> Generate(const CurveInfo& info) {
     return SharePKey(std::move(key));
 }
 
-QByteArray RawPrivate(const CurveInfo& info, EVP_PKEY* key) {
+QByteArray rawPrivate(const CurveInfo& info, EVP_PKEY* key) {
     QByteArray raw(info.privateSize, Qt::Uninitialized);
     auto* out = reinterpret_cast<unsigned char*>(raw.data());
     if (info.montgomery) {
@@ -179,7 +179,7 @@ QByteArray RawPrivate(const CurveInfo& info, EVP_PKEY* key) {
     return raw;
 }
 
-QByteArray RawPublic(const CurveInfo& info, EVP_PKEY* key) {
+QByteArray rawPublic(const CurveInfo& info, EVP_PKEY* key) {
     if (info.montgomery) {
         QByteArray raw(info.publicSize, Qt::Uninitialized);
         std::size_t length = static_cast<std::size_t>(raw.size());
@@ -202,7 +202,7 @@ QByteArray RawPublic(const CurveInfo& info, EVP_PKEY* key) {
     return encoded.sliced(1);
 }
 
-QByteArray DecodeKeyText(const QString& text) {
+QByteArray decodeKeyText(const QString& text) {
     std::optional<QByteArray> raw = Base64Decode(text);
     if (!raw) {
         throw std::system_error(KeyExchangeError::invalidKey);
@@ -227,11 +227,11 @@ KeyAgreementPublicKey::KeyAgreementPublicKey(KeyExchangeCurve curve,
 
 KeyAgreementPublicKey KeyAgreementPublicKey::fromRawRepresentation(KeyExchangeCurve curve,
                                                                    QByteArrayView raw) {
-    return {curve, PublicFromRaw(Info(curve), raw)};
+    return {curve, publicFromRaw(curveInfo(curve), raw)};
 }
 
 QByteArray KeyAgreementPublicKey::rawRepresentation() const {
-    return RawPublic(Info(curve_), key_.get());
+    return rawPublic(curveInfo(curve_), key_.get());
 }
 
 KeyAgreementPrivateKey::KeyAgreementPrivateKey(KeyExchangeCurve curve,
@@ -239,16 +239,16 @@ KeyAgreementPrivateKey::KeyAgreementPrivateKey(KeyExchangeCurve curve,
     : curve_(curve), key_(std::move(key)) {}
 
 KeyAgreementPrivateKey KeyAgreementPrivateKey::generate(KeyExchangeCurve curve) {
-    return {curve, Generate(Info(curve))};
+    return {curve, generateKey(curveInfo(curve))};
 }
 
 KeyAgreementPrivateKey KeyAgreementPrivateKey::fromRawRepresentation(KeyExchangeCurve curve,
                                                                      QByteArrayView raw) {
-    return {curve, PrivateFromRaw(Info(curve), raw)};
+    return {curve, privateFromRaw(curveInfo(curve), raw)};
 }
 
 QByteArray KeyAgreementPrivateKey::rawRepresentation() const {
-    return RawPrivate(Info(curve_), key_.get());
+    return rawPrivate(curveInfo(curve_), key_.get());
 }
 
 KeyAgreementPublicKey KeyAgreementPrivateKey::publicKey() const {
@@ -262,19 +262,19 @@ QByteArray KeyAgreementPrivateKey::sharedSecretFromKeyAgreementData(
 }
 
 KeyAgreementPrivateKey KeyExchangeReadPrivateKey(KeyExchangeCurve curve, const QString& text) {
-    Info(curve);  // an unknown curve is refused before the text is looked at
+    curveInfo(curve);  // an unknown curve is refused before the text is looked at
     if (text.isEmpty()) {
         return KeyAgreementPrivateKey::generate(curve);
     }
-    return KeyAgreementPrivateKey::fromRawRepresentation(curve, DecodeKeyText(text));
+    return KeyAgreementPrivateKey::fromRawRepresentation(curve, decodeKeyText(text));
 }
 
 KeyAgreementPublicKey KeyExchangeReadPublicKey(KeyExchangeCurve curve, const QString& text) {
-    Info(curve);  // an unknown curve is refused before the text is looked at
+    curveInfo(curve);  // an unknown curve is refused before the text is looked at
     if (text.isEmpty()) {
         throw std::system_error(KeyExchangeError::invalidKey);
     }
-    return KeyAgreementPublicKey::fromRawRepresentation(curve, DecodeKeyText(text));
+    return KeyAgreementPublicKey::fromRawRepresentation(curve, decodeKeyText(text));
 }
 
 KeyExchangeLocalKeys KeyExchangeCurveKeys(KeyExchangeCurve curve, const QString& privateKey) {

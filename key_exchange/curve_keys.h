@@ -4,7 +4,7 @@
 
 #include <QString>
 
-#include "key_exchange/key_exchange.h"
+#include "key_exchange.h"
 
 // An empty text makes a new key. Throws invalidCurve (before the text is looked at), invalidKey
 // for text that is not base64, CryptoError::invalidKeyRepresentation for bytes that are no key.

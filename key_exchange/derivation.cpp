@@ -3,14 +3,13 @@
 
 #include <array>
 #include <initializer_list>
-#include <memory>
 
-#include "key_exchange/curve_keys.h"
-#include "key_exchange/openssl_support.h"
+#include "curve_keys.h"
+#include "openssl_support.h"
 
 namespace {
 
-const char* DigestName(HashFunction hash) {
+const char* digestName(HashFunction hash) {
     switch (hash) {
         case HashFunction::SHA256:
             return "SHA256";
@@ -22,17 +21,15 @@ const char* DigestName(HashFunction hash) {
     return "SHA256";
 }
 
-// Fetching resolves the algorithm through OpenSSL's provider tables under a lock; once per
-// process is enough, and every message derives a key.
 // An HMAC context with its digest already set, copied for each use: naming the digest looks it
 // up among OpenSSL's providers again, which costs more than the few HMAC blocks a key takes.
 // The templates are never changed once made, so copying them from several threads is safe.
-EVP_MAC_CTX* HmacTemplate(HashFunction hash) {
+EVP_MAC_CTX* hmacTemplate(HashFunction hash) {
     const auto make = [](HashFunction function) {
         EVP_MAC* hmac = EVP_MAC_fetch(nullptr, "HMAC", nullptr);
         EVP_MAC_CTX* context = hmac != nullptr ? EVP_MAC_CTX_new(hmac) : nullptr;
         EVP_MAC_free(hmac);  // the context keeps its own reference
-        char* digest = const_cast<char*>(DigestName(function));
+        char* digest = const_cast<char*>(digestName(function));
         const OSSL_PARAM params[] = {
             OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digest, 0),
             OSSL_PARAM_construct_end(),
@@ -57,9 +54,9 @@ EVP_MAC_CTX* HmacTemplate(HashFunction hash) {
 }
 
 // HMAC of the parts one after another, written to out (room for the digest).
-void Hmac(HashFunction hash, QByteArrayView key, std::initializer_list<QByteArrayView> parts,
+void hmac(HashFunction hash, QByteArrayView key, std::initializer_list<QByteArrayView> parts,
           unsigned char* out) {
-    const MacCtxPtr context(EVP_MAC_CTX_dup(HmacTemplate(hash)));
+    const MacCtxPtr context(EVP_MAC_CTX_dup(hmacTemplate(hash)));
     bool ok = context != nullptr &&
               EVP_MAC_init(context.get(), reinterpret_cast<const unsigned char*>(key.data()),
                            static_cast<std::size_t>(key.size()), nullptr) == 1;
@@ -138,10 +135,10 @@ SymmetricKey KeyExchangeSymmetricKey(const SharedSecret& sharedSecret, HashFunct
     const std::array<char, EVP_MAX_MD_SIZE> zeros{};
     const QByteArrayView salt = nonce.isEmpty() ? QByteArrayView(zeros.data(), length) : nonce;
     unsigned char pseudorandomKey[EVP_MAX_MD_SIZE];
-    Hmac(hash, salt, {sharedSecret.view()}, pseudorandomKey);
+    hmac(hash, salt, {sharedSecret.view()}, pseudorandomKey);
     unsigned char derived[EVP_MAX_MD_SIZE];
     const char counter = 1;
-    Hmac(hash, QByteArrayView(reinterpret_cast<const char*>(pseudorandomKey), length),
+    hmac(hash, QByteArrayView(reinterpret_cast<const char*>(pseudorandomKey), length),
          {additionalData, QByteArrayView(&counter, 1)}, derived);
     OPENSSL_cleanse(pseudorandomKey, sizeof pseudorandomKey);
     SymmetricKey key(QByteArrayView(reinterpret_cast<const char*>(derived), length));

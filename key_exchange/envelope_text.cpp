@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <array>
 
-#include "key_exchange/key_exchange.h"
+#include "key_exchange.h"
 
 #if defined(__SSE2__)
 #include <emmintrin.h>

@@ -1,6 +1,6 @@
 #include <string>
 
-#include "key_exchange/key_exchange.h"
+#include "key_exchange.h"
 
 namespace {
 

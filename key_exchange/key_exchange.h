@@ -20,7 +20,8 @@
 #include <type_traits>
 #include <variant>
 
-#include "key_exchange/json_coding.h"
+#include "records/json_coding.h"
+#include "records/records.h"
 
 struct evp_pkey_st;
 
@@ -276,15 +277,8 @@ struct KeyExchangeEnvelopeText {
 };
 std::optional<KeyExchangeEnvelopeText> KeyExchangeReadEnvelopeText(QByteArrayView json);
 
-struct KeyExchangeTypeIDAndData {
-    QString type;
-    QString id;
-    QString data;
-
-    void writeJSON(JSONWriter& writer) const;
-    static KeyExchangeTypeIDAndData readJSON(const QJsonValue& value);
-    bool operator==(const KeyExchangeTypeIDAndData&) const = default;
-};
+// What encodeJSONAndEncrypt(type, id, data) seals: the request envelope of the records.
+using KeyExchangeTypeIDAndData = TypeIDAndData;
 
 // ---------------------------------------------------------------------------
 // The store

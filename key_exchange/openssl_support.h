@@ -8,7 +8,7 @@
 #include <memory>
 #include <system_error>
 
-#include "key_exchange/key_exchange.h"
+#include "key_exchange.h"
 
 template <auto Free>
 struct OpenSSLDeleter {

@@ -1,5 +1,6 @@
-#include "key_exchange/fatal.h"
-#include "key_exchange/key_exchange.h"
+#include "diagnostics/diagnostics.h"
+#include "key_exchange.h"
+#include "stops.h"
 
 namespace {
 
@@ -17,7 +18,8 @@ QString PEMFromString(const QString& text) {
     const qsizetype begin = text.indexOf(kBeginLine);
     if (begin < 0) {
         // The marker is there but never ends its line: the text cannot be split at the line.
-        KeyExchangeFatal("the public key block's BEGIN marker is not followed by a line feed");
+        Diagnostics::stop(kKeyExchangeStopHeading,
+                          "the public key block's BEGIN marker is not followed by a line feed");
     }
     const qsizetype bodyStart = begin + kBeginLine.size();
     const qsizetype nextBegin = text.indexOf(kBeginLine, bodyStart);

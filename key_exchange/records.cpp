@@ -1,4 +1,4 @@
-#include "key_exchange/key_exchange.h"
+#include "key_exchange.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -18,22 +18,5 @@ KeyExchangeAEADStore KeyExchangeAEADStore::readJSON(const QJsonValue& value) {
         json::requireString(object, "Ciphertext"_L1),
         json::requireString(object, "AEADNonce"_L1),
         json::requireString(object, "AdditionalData"_L1),
-    };
-}
-
-void KeyExchangeTypeIDAndData::writeJSON(JSONWriter& writer) const {
-    writer.beginObject();
-    writer.member("Type"_L1, type);
-    writer.member("ID"_L1, id);
-    writer.member("Data"_L1, data);
-    writer.endObject();
-}
-
-KeyExchangeTypeIDAndData KeyExchangeTypeIDAndData::readJSON(const QJsonValue& value) {
-    const QJsonObject object = json::requireObject(value);
-    return {
-        json::requireString(object, "Type"_L1),
-        json::requireString(object, "ID"_L1),
-        json::requireString(object, "Data"_L1),
     };
 }

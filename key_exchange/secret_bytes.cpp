@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "key_exchange/key_exchange.h"
+#include "key_exchange.h"
 
 SecretBytes::SecretBytes(QByteArrayView bytes)
     : bytes_(bytes.isEmpty() ? nullptr : new char[static_cast<std::size_t>(bytes.size())]),

@@ -1,4 +1,4 @@
-#include "key_exchange/key_exchange.h"
+#include "key_exchange.h"
 
 KeyExchangeSocketMessage::Opened KeyExchangeSocketMessage::open(const KeyExchangeStore& kes) const {
     const QString* text = std::get_if<QString>(&payload_);

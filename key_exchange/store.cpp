@@ -1,19 +1,7 @@
-#include "key_exchange/base64.h"
-#include "key_exchange/fatal.h"
-#include "key_exchange/key_exchange.h"
-
-namespace {
-
-template <typename Text>
-QByteArray DecodeOrStop(Text text, const char* what) {
-    std::optional<QByteArray> bytes = Base64Decode(text);
-    if (!bytes) {
-        KeyExchangeFatal(what);
-    }
-    return *std::move(bytes);
-}
-
-}  // namespace
+#include "diagnostics/diagnostics.h"
+#include "key_exchange.h"
+#include "records/base64.h"
+#include "stops.h"
 
 KeyExchangeStore::KeyExchangeStore() = default;
 
@@ -92,7 +80,8 @@ void KeyExchangeStore::requirePaired() const {
         throw std::system_error(KeyExchangeError::publicKeyNotSet);
     }
     if (!sharedSecret_) {
-        KeyExchangeFatal("the store knows the helper's key but holds no shared secret");
+        Diagnostics::stop(kKeyExchangeStopHeading,
+                          "the store knows the helper's key but holds no shared secret");
     }
     return *sharedSecret_;
 }
@@ -198,9 +187,9 @@ KeyExchangeAEADStore KeyExchangeStore::encodeJSONAndEncryptWithNonces(
 QByteArray KeyExchangeStore::decrypt(QStringView kdfNonce, QStringView ciphertext,
                                      QStringView aeadNonce, QStringView additionalData) const {
     const ::SharedSecret secret = pairedSecret();
-    const QByteArray salt = DecodeOrStop(kdfNonce, "the envelope's KDFNonce is not base64");
+    const QByteArray salt = DecodeBase64OrStop(kdfNonce, "the envelope's KDFNonce is not base64");
     const QByteArray info =
-        DecodeOrStop(additionalData, "the envelope's AdditionalData is not base64");
+        DecodeBase64OrStop(additionalData, "the envelope's AdditionalData is not base64");
     const SymmetricKey key = KeyExchangeSymmetricKey(secret, hashFunction_, kdf_, salt, info);
     return AEADDecrypt(aead_, key, ciphertext, aeadNonce, additionalData);
 }
@@ -208,9 +197,9 @@ QByteArray KeyExchangeStore::decrypt(QStringView kdfNonce, QStringView ciphertex
 QByteArray KeyExchangeStore::decrypt(const KeyExchangeEnvelopeText& envelope) const {
     const ::SharedSecret secret = pairedSecret();
     const QByteArray salt =
-        DecodeOrStop(envelope.kdfNonce, "the envelope's KDFNonce is not base64");
+        DecodeBase64OrStop(envelope.kdfNonce, "the envelope's KDFNonce is not base64");
     const QByteArray info =
-        DecodeOrStop(envelope.additionalData, "the envelope's AdditionalData is not base64");
+        DecodeBase64OrStop(envelope.additionalData, "the envelope's AdditionalData is not base64");
     const SymmetricKey key = KeyExchangeSymmetricKey(secret, hashFunction_, kdf_, salt, info);
     return AEADDecrypt(aead_, key, envelope.ciphertext, envelope.aeadNonce,
                        envelope.additionalData);

@@ -1,19 +1,21 @@
-#include "key_exchange/timestamp.h"
+#include "timestamp.h"
 
 #include <charconv>
 #include <chrono>
 #include <cmath>
 
-#include "key_exchange/base64.h"
-#include "key_exchange/fatal.h"
-#include "key_exchange/key_exchange.h"
+#include "diagnostics/diagnostics.h"
+#include "key_exchange.h"
+#include "records/base64.h"
+#include "stops.h"
 
 std::int64_t KeyExchangeTimestampFromSeconds(double seconds) {
     const double milliseconds = std::round(seconds * 1000.0);
     // 2^63 is exact as a double; every double below it and at or above -2^63 fits.
     constexpr double kLimit = 9223372036854775808.0;
     if (!std::isfinite(milliseconds) || milliseconds >= kLimit || milliseconds < -kLimit) {
-        KeyExchangeFatal("the current time does not fit a millisecond timestamp");
+        Diagnostics::stop(kKeyExchangeStopHeading,
+                          "the current time does not fit a millisecond timestamp");
     }
     return static_cast<std::int64_t>(milliseconds);
 }

@@ -1,4 +1,4 @@
-#include "poll_manager/http_connection.h"
+#include "http_connection.h"
 
 #include <netdb.h>
 #include <netinet/in.h>

@@ -14,7 +14,7 @@
 #include <cstdint>
 #include <variant>
 
-#include "poll_manager/exchange.h"
+#include "exchange.h"
 
 struct HttpAnswer {
     int status = 0;

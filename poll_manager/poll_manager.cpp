@@ -1,15 +1,14 @@
-#include "poll_manager/poll_manager.h"
+#include "poll_manager.h"
 
 #include <QPromise>
 #include <QTimer>
-#include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <limits>
 
-#include "poll_manager/http_connection.h"
-#include "poll_manager/transport_worker.h"
+#include "diagnostics/diagnostics.h"
+#include "http_connection.h"
 #include "process_manager/host_facts.h"
+#include "transport_worker.h"
 
 namespace {
 
@@ -49,24 +48,13 @@ public:
     }
 };
 
-[[noreturn]] void stop(const char* message) {
-    std::fprintf(stderr, "fatal: %s\n", message);
-    std::abort();
-}
-
 std::unique_ptr<KeyExchangeStore> makeStore(
     std::unique_ptr<KeyExchangeStore> (*constructor)(const QString&)) {
     try {
         return constructor(QString());
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "fatal: cannot create the key-exchange store: %s\n", error.what());
-        std::abort();
+        Diagnostics::stop(QStringLiteral("cannot create the key-exchange store: ") + error.what());
     }
-}
-
-void printLine(const QString& text) {
-    std::fputs(qPrintable(text + u'\n'), stdout);
-    std::fflush(stdout);
 }
 
 }  // namespace
@@ -148,7 +136,7 @@ bool PollManager::authTimestamp(const QString& additionalData) {
         }
         std::int64_t age = 0;
         if (__builtin_sub_overflow(clock_(), *sealedAt, &age)) {
-            stop("timestamp difference overflows");
+            Diagnostics::stop("timestamp difference overflows");
         }
         if (age < 0 || age > 10) {
             return false;
@@ -202,7 +190,7 @@ QByteArrayView bodyOf200(const std::variant<HttpAnswer, std::error_code>& result
     }
     const HttpAnswer& answer = std::get<HttpAnswer>(result);
     if (answer.status != 200) {
-        printLine(QStringLiteral("publish failure"));
+        Diagnostics::printLine(QStringLiteral("publish failure"));
         throw std::system_error(PollManagerError::publishFailure);
     }
     return answer.body;
@@ -300,7 +288,7 @@ void PollManager::startPingTimer(double pingTimeLimit, std::function<void()> pin
     timer_->setInterval(static_cast<int>(pingTimeLimit * 1000.0 / 5.0));
     connect(timer_, &QTimer::timeout, this, [this, pingTimeout = std::move(pingTimeout)] {
         if (pingCount_ == std::numeric_limits<std::int64_t>::max()) {
-            stop("ping counter overflows");
+            Diagnostics::stop("ping counter overflows");
         }
         ++pingCount_;
         if (pingCount_ > 4) {
@@ -319,8 +307,8 @@ void PollManager::watchForKeyBlock(const QString& chunk) {
     try {
         kes_->setExternalPublicKey(*block);
     } catch (const std::exception& error) {
-        printLine(QStringLiteral("pem search parse error - reset: ") +
-                  QString::fromUtf8(error.what()));
+        Diagnostics::printLine(QStringLiteral("pem search parse error - reset: ") +
+                               QString::fromUtf8(error.what()));
         processManager_.terminateCurrentTask();
     }
 }

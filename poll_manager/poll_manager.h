@@ -18,8 +18,8 @@
 #include <system_error>
 #include <type_traits>
 
+#include "exchange.h"
 #include "key_exchange/key_exchange.h"
-#include "poll_manager/exchange.h"
 #include "process_manager/process_manager.h"
 
 class QTimer;

@@ -1,19 +1,17 @@
-#include "poll_manager/transport_worker.h"
+#include "transport_worker.h"
 
 #include <pthread.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 
-#include "poll_manager/http_connection.h"
+#include "diagnostics/diagnostics.h"
+#include "http_connection.h"
 
 TransportWorker::TransportWorker() : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (wake_ < 0) {
-        std::fputs("fatal: cannot create the transport's wake descriptor\n", stderr);
-        std::abort();
+        Diagnostics::stop("cannot create the transport's wake descriptor");
     }
     thread_ = std::thread([this] { run(); });
 }

@@ -1,4 +1,4 @@
-#include "process_manager/child_process.h"
+#include "child_process.h"
 
 #include <spawn.h>
 #include <sys/wait.h>

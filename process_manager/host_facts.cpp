@@ -1,4 +1,4 @@
-#include "process_manager/host_facts.h"
+#include "host_facts.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -7,9 +7,9 @@
 #include <unistd.h>
 
 #include <QRandomGenerator>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
+
+#include "diagnostics/diagnostics.h"
 
 QString UtsName::sMachine() {
     // The result of uname is deliberately not checked: a zeroed record reads as "".
@@ -29,9 +29,7 @@ QString SystemArchitecture() {
 
 bool IsOpenPort(std::int64_t port) {
     if (port < 0 || port > 65535) {
-        std::fprintf(stderr, "IsOpenPort: port %lld is outside 0...65535\n",
-                     static_cast<long long>(port));
-        std::abort();
+        Diagnostics::stop("IsOpenPort", QStringLiteral("port %1 is outside 0...65535").arg(port));
     }
     const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd == -1) {
@@ -53,9 +51,8 @@ bool IsOpenPort(std::int64_t port) {
 
 std::int64_t RandomOpenPort(std::int64_t lower, std::int64_t upper) {
     if (lower >= upper) {
-        std::fprintf(stderr, "RandomOpenPort: the range %lld..<%lld is empty\n",
-                     static_cast<long long>(lower), static_cast<long long>(upper));
-        std::abort();
+        Diagnostics::stop("RandomOpenPort",
+                          QStringLiteral("the range %1..<%2 is empty").arg(lower).arg(upper));
     }
     // Independent draws with no memory of tried ports and no limit: a range with
     // no free port never returns.

@@ -1,4 +1,4 @@
-#include "process_manager/instance_activation.h"
+#include "instance_activation.h"
 
 #include <QDBusAbstractAdaptor>
 #include <QDBusConnection>

@@ -1,4 +1,4 @@
-#include "process_manager/output_reader.h"
+#include "output_reader.h"
 
 #include <fcntl.h>
 #include <poll.h>

@@ -7,7 +7,7 @@
 #include <functional>
 #include <thread>
 
-#include "process_manager/unique_fd.h"
+#include "unique_fd.h"
 
 class OutputReader {
 public:

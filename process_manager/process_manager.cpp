@@ -1,4 +1,4 @@
-#include "process_manager/process_manager.h"
+#include "process_manager.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -8,12 +8,12 @@
 #include <QFileInfo>
 #include <cerrno>
 #include <csignal>
-#include <iostream>
 #include <string>
 
-#include "process_manager/child_process.h"
-#include "process_manager/output_reader.h"
-#include "process_manager/unique_fd.h"
+#include "child_process.h"
+#include "diagnostics/diagnostics.h"
+#include "output_reader.h"
+#include "unique_fd.h"
 
 namespace {
 
@@ -36,7 +36,7 @@ std::error_code lastError() {
 // Closes the pipe's read end, reporting a failure on the console; the run goes on.
 void closeReadEnd(int fd) {
     if (::close(fd) == -1) {
-        std::cout << "task pipe exit error: " << lastError().message() << std::endl;
+        Diagnostics::printLine("task pipe exit error: " + lastError().message());
     }
 }
 

@@ -6,12 +6,12 @@
 #include <QDir>
 #include <QFile>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-#include "process_manager/host_facts.h"
-#include "process_manager/instance_activation.h"
+#include "diagnostics/diagnostics.h"
+#include "host_facts.h"
+#include "instance_activation.h"
 
 namespace {
 
@@ -57,8 +57,7 @@ bool AcquireInstanceLock(const QString& lockPath) {
         ::open(QFile::encodeName(lockPath).constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     if (fd == -1) {
         // Without a lock file no other copy can be found; run rather than refuse.
-        std::printf("instance lock error: %s\n", std::strerror(errno));
-        std::fflush(stdout);
+        Diagnostics::printLine(QStringLiteral("instance lock error: ") + std::strerror(errno));
         return true;
     }
     while (::flock(fd, LOCK_EX | LOCK_NB) == -1) {
@@ -67,8 +66,7 @@ bool AcquireInstanceLock(const QString& lockPath) {
         }
         const bool heldElsewhere = errno == EWOULDBLOCK;
         if (!heldElsewhere) {
-            std::printf("instance lock error: %s\n", std::strerror(errno));
-            std::fflush(stdout);
+            Diagnostics::printLine(QStringLiteral("instance lock error: ") + std::strerror(errno));
         }
         ::close(fd);
         return !heldElsewhere;
@@ -81,8 +79,7 @@ void ExitAppIfAlreadyOpen() {
     if (lockPath.isEmpty()) {
         // A lock where another user could hold it would let them keep brisvane from
         // starting; running unguarded is the lesser harm.
-        std::printf("instance lock error: no folder of this user's own for the lock\n");
-        std::fflush(stdout);
+        Diagnostics::printLine("instance lock error: no folder of this user's own for the lock");
         return;
     }
     if (AcquireInstanceLock(lockPath)) {
@@ -91,8 +88,7 @@ void ExitAppIfAlreadyOpen() {
         ClaimApplicationBusName();
         return;
     }
-    std::printf("Application already opened.  Exiting ...\n");
-    std::fflush(stdout);
+    Diagnostics::printLine("Application already opened.  Exiting ...");
     ActivateRunningInstance(kActivationPatience);
     // Threads such as the transport's are already running at this point of the
     // start-up; leave without running destructors under their feet.

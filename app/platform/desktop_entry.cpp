@@ -1,4 +1,4 @@
-#include "app/platform/desktop_entry.h"
+#include "desktop_entry.h"
 
 #include <QStringDecoder>
 #include <algorithm>

@@ -1,4 +1,4 @@
-#include "app/platform/launch_at_login.h"
+#include "launch_at_login.h"
 
 #include <syslog.h>
 #include <unistd.h>
@@ -6,16 +6,13 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QFileInfo>
-#include <QHBoxLayout>
-#include <QLabel>
 #include <QSaveFile>
 #include <cerrno>
 #include <filesystem>
 #include <optional>
 #include <system_error>
 
-#include "app/platform/desktop_entry.h"
-#include "app/platform/toggle_switch.h"
+#include "desktop_entry.h"
 
 namespace LaunchAtLogin {
 namespace {
@@ -155,43 +152,6 @@ void Observable::setEnabled(bool enabled) {
 Observable& observable() {
     static Observable shared;
     return shared;
-}
-
-Toggle::Toggle(QWidget* parent) : Toggle(nullptr, tr("Launch at login"), parent) {}
-
-Toggle::Toggle(const QString& title, QWidget* parent) : Toggle(nullptr, title, parent) {}
-
-Toggle::Toggle(QWidget* label, QWidget* parent) : Toggle(label, QString(), parent) {}
-
-Toggle::Toggle(QWidget* label, const QString& title, QWidget* parent)
-    : QWidget(parent), control_(new ToggleSwitch(title, this)) {
-    control_->setObjectName(QStringLiteral("launchAtLoginSwitch"));
-    auto* layout = new QHBoxLayout(this);
-    layout->setContentsMargins(0, 0, 0, 0);
-    if (label) {
-        layout->addWidget(label, 1);
-        if (auto* textLabel = qobject_cast<QLabel*>(label)) {
-            textLabel->setBuddy(control_);
-            control_->setAccessibleName(textLabel->text());
-        }
-    }
-    layout->addWidget(control_);
-
-    // Only the user's own switching writes; a failed attempt falls back to the truth.
-    connect(control_, &QAbstractButton::clicked, this, [this](bool checked) {
-        launchAtLogin_.setEnabled(checked);
-        showCurrentState();
-    });
-    showCurrentState();
-}
-
-void Toggle::showEvent(QShowEvent* event) {
-    QWidget::showEvent(event);
-    showCurrentState();
-}
-
-void Toggle::showCurrentState() {
-    control_->setChecked(launchAtLogin_.isEnabled());
 }
 
 }  // namespace LaunchAtLogin

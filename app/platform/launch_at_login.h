@@ -2,16 +2,12 @@
 
 // Whether the application starts when the user logs in, kept as the user's XDG
 // autostart entry: the entry is the only state, nothing else is stored. The switch
-// views bind to one shared observable object.
+// views (LaunchAtLogin::Toggle, in app/views/) bind to one shared observable object.
 
 #include <QByteArray>
 #include <QObject>
 #include <QString>
-#include <QWidget>
 #include <functional>
-
-class QShowEvent;
-class ToggleSwitch;
 
 namespace LaunchAtLogin {
 
@@ -50,32 +46,5 @@ public:
 
 // The one observable every Toggle binds to.
 Observable& observable();
-
-// A switch bound to observable().isEnabled, with a label.
-class Toggle : public QWidget {
-    Q_OBJECT
-
-public:
-    // Labelled "Launch at login".
-    explicit Toggle(QWidget* parent = nullptr);
-    explicit Toggle(const QString& title, QWidget* parent = nullptr);
-    // The caller's label view, placed before the switch. The parent has no default:
-    // a lone widget argument means the parent, as for every other widget.
-    Toggle(QWidget* label, QWidget* parent);
-
-    ToggleSwitch* control() const { return control_; }
-    Observable& launchAtLogin() const { return launchAtLogin_; }
-
-protected:
-    // The entry may have changed behind our back while hidden.
-    void showEvent(QShowEvent* event) override;
-
-private:
-    Toggle(QWidget* label, const QString& title, QWidget* parent);
-    void showCurrentState();
-
-    Observable& launchAtLogin_ = observable();
-    ToggleSwitch* control_ = nullptr;
-};
 
 }  // namespace LaunchAtLogin

@@ -1,4 +1,4 @@
-#include "app/views/busy_indicator.h"
+#include "busy_indicator.h"
 
 #include <QPainter>
 

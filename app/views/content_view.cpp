@@ -1,15 +1,15 @@
-#include "app/views/content_view.h"
+#include "content_view.h"
 
 #include <QStackedLayout>
 #include <QVBoxLayout>
 #include <algorithm>
 
 #include "app/panel_model.h"
-#include "app/views/folder_list.h"
-#include "app/views/folder_status_row.h"
-#include "app/views/panel_layout.h"
-#include "app/views/view_environment.h"
-#include "app/views/waiting_face.h"
+#include "folder_list.h"
+#include "folder_status_row.h"
+#include "panel_layout.h"
+#include "view_environment.h"
+#include "waiting_face.h"
 
 using namespace Qt::Literals::StringLiterals;
 

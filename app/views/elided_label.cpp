@@ -1,4 +1,4 @@
-#include "app/views/elided_label.h"
+#include "elided_label.h"
 
 #include <QHelpEvent>
 #include <QPainter>

@@ -1,10 +1,10 @@
-#include "app/views/folder_list.h"
+#include "folder_list.h"
 
 #include <QScrollBar>
 #include <QStyle>
 #include <algorithm>
 
-#include "app/views/folder_status_row.h"
+#include "folder_status_row.h"
 
 using namespace Qt::Literals::StringLiterals;
 

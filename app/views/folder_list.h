@@ -9,7 +9,7 @@
 #include <QList>
 #include <QScrollArea>
 
-#include "app/records.h"
+#include "records/records.h"
 
 class FolderStatusRow;
 struct ViewEnvironment;

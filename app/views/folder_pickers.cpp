@@ -1,4 +1,4 @@
-#include "app/views/folder_pickers.h"
+#include "folder_pickers.h"
 
 #include <QDir>
 #include <QFileDialog>

@@ -1,4 +1,4 @@
-#include "app/views/folder_status_row.h"
+#include "folder_status_row.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
@@ -7,10 +7,10 @@
 #include <cmath>
 
 #include "app/panel_model.h"
-#include "app/views/elided_label.h"
-#include "app/views/symbol_button.h"
-#include "app/views/view_environment.h"
-#include "app/views/view_fonts.h"
+#include "elided_label.h"
+#include "symbol_button.h"
+#include "view_environment.h"
+#include "view_fonts.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -6,7 +6,7 @@
 #include <QPropertyAnimation>
 #include <QWidget>
 
-#include "app/records.h"
+#include "records/records.h"
 
 class QLabel;
 class QProgressBar;

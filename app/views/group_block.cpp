@@ -1,4 +1,4 @@
-#include "app/views/group_block.h"
+#include "group_block.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -7,13 +7,13 @@
 #include <QStyle>
 #include <QTimer>
 #include <QVBoxLayout>
-#include <cstdio>
 
 #include "app/panel_model.h"
-#include "app/views/elided_label.h"
-#include "app/views/symbol_button.h"
-#include "app/views/view_environment.h"
-#include "app/views/view_fonts.h"
+#include "diagnostics/diagnostics.h"
+#include "elided_label.h"
+#include "symbol_button.h"
+#include "view_environment.h"
+#include "view_fonts.h"
 
 using namespace Qt::Literals::StringLiterals;
 using namespace std::chrono_literals;
@@ -21,11 +21,6 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr int symbolWidth = 16;
-
-void printLine(const QString& text) {
-    std::fputs(qPrintable(text + u'\n'), stdout);
-    std::fflush(stdout);
-}
 
 }  // namespace
 
@@ -140,7 +135,7 @@ void GroupBlock::stopWatching(const QString& path) {
 
 void GroupBlock::watch(ViewEnvironment& environment, const QString& groupName,
                        const QString& path) {
-    printLine(path);
+    Diagnostics::printLine(path);
     // The group goes by its name here, unlike the web button, which sends its number.
     environment.ip.publish(u"addWatchDir"_s, groupName, path);
     AskForGroupsNowAndSoon(environment.ip);

@@ -5,7 +5,7 @@
 
 #include <QWidget>
 
-#include "app/records.h"
+#include "records/records.h"
 
 class PanelModel;
 class SymbolButton;

@@ -1,4 +1,4 @@
-#include "app/views/helper_silence.h"
+#include "helper_silence.h"
 
 #include "app/panel_model.h"
 

@@ -1,12 +1,12 @@
-#include "app/views/login_view.h"
+#include "login_view.h"
 
 #include <QHBoxLayout>
 #include <QPushButton>
 #include <QVBoxLayout>
 
 #include "app/panel_model.h"
-#include "app/views/view_environment.h"
-#include "app/views/view_fonts.h"
+#include "view_environment.h"
+#include "view_fonts.h"
 
 using namespace Qt::Literals::StringLiterals;
 

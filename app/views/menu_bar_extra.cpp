@@ -1,15 +1,15 @@
-#include "app/views/menu_bar_extra.h"
+#include "menu_bar_extra.h"
 
 #include <QCursor>
 #include <QGuiApplication>
 #include <QScreen>
 
 #include "app/panel_model.h"
-#include "app/platform/updater.h"
-#include "app/views/helper_silence.h"
-#include "app/views/status_notifier_host.h"
-#include "app/views/tray_icon.h"
-#include "app/views/view_environment.h"
+#include "app/platform/updates/updater.h"
+#include "helper_silence.h"
+#include "status_notifier_host.h"
+#include "tray_icon.h"
+#include "view_environment.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -11,7 +11,7 @@
 #include <QSystemTrayIcon>
 #include <memory>
 
-#include "app/views/panel_window.h"
+#include "panel_window.h"
 
 class StatusNotifierHostWatch;
 class Updater;

@@ -1,4 +1,4 @@
-#include "app/views/menu_bar_extra_legacy.h"
+#include "menu_bar_extra_legacy.h"
 
 #include <QCursor>
 #include <QMenu>
@@ -7,9 +7,9 @@
 #include <QWidgetAction>
 
 #include "app/panel_model.h"
-#include "app/views/helper_silence.h"
-#include "app/views/menu_bar_view.h"
-#include "app/views/tray_icon.h"
+#include "helper_silence.h"
+#include "menu_bar_view.h"
+#include "tray_icon.h"
 
 using namespace Qt::Literals::StringLiterals;
 

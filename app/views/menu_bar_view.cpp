@@ -1,4 +1,4 @@
-#include "app/views/menu_bar_view.h"
+#include "menu_bar_view.h"
 
 #include <QLabel>
 #include <QShortcut>
@@ -6,14 +6,14 @@
 #include <QVBoxLayout>
 
 #include "app/panel_model.h"
-#include "app/views/content_view.h"
-#include "app/views/helper_silence.h"
-#include "app/views/login_view.h"
-#include "app/views/panel_layout.h"
-#include "app/views/settings_footer.h"
-#include "app/views/settings_view.h"
-#include "app/views/symbol_icons.h"
 #include "brisvane_version.h"
+#include "content_view.h"
+#include "helper_silence.h"
+#include "login_view.h"
+#include "panel_layout.h"
+#include "settings_footer.h"
+#include "settings_view.h"
+#include "symbol_icons.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -5,7 +5,7 @@
 
 #include <QWidget>
 
-#include "app/views/view_environment.h"
+#include "view_environment.h"
 
 class LoginView;
 class QTabWidget;

@@ -1,4 +1,4 @@
-#include "app/views/panel_layout.h"
+#include "panel_layout.h"
 
 #include <QFrame>
 #include <QGridLayout>

@@ -1,4 +1,4 @@
-#include "app/views/panel_window.h"
+#include "panel_window.h"
 
 #include <QApplication>
 #include <QCloseEvent>
@@ -7,8 +7,8 @@
 #include <QTimer>
 #include <QVBoxLayout>
 
-#include "app/views/menu_bar_view.h"
-#include "app/views/status_notifier_host.h"
+#include "menu_bar_view.h"
+#include "status_notifier_host.h"
 
 using namespace Qt::Literals::StringLiterals;
 

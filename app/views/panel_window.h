@@ -7,7 +7,7 @@
 #include <QElapsedTimer>
 #include <QWidget>
 
-#include "app/views/popup_placement.h"
+#include "popup_placement.h"
 
 class MenuBarView;
 struct ViewEnvironment;

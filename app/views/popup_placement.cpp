@@ -1,4 +1,4 @@
-#include "app/views/popup_placement.h"
+#include "popup_placement.h"
 
 #include <algorithm>
 #include <array>

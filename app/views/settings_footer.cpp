@@ -1,12 +1,12 @@
-#include "app/views/settings_footer.h"
+#include "settings_footer.h"
 
 #include <QHBoxLayout>
 #include <QPushButton>
 
 #include "app/panel_model.h"
-#include "app/platform/launch_at_login.h"
-#include "app/views/symbol_button.h"
-#include "app/views/view_environment.h"
+#include "launch_at_login_toggle.h"
+#include "symbol_button.h"
+#include "view_environment.h"
 
 using namespace Qt::Literals::StringLiterals;
 

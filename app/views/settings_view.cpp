@@ -1,4 +1,4 @@
-#include "app/views/settings_view.h"
+#include "settings_view.h"
 
 #include <QScrollArea>
 #include <QShowEvent>
@@ -7,10 +7,10 @@
 #include <QVBoxLayout>
 
 #include "app/panel_model.h"
-#include "app/views/group_block.h"
-#include "app/views/panel_layout.h"
-#include "app/views/view_environment.h"
-#include "app/views/waiting_face.h"
+#include "group_block.h"
+#include "panel_layout.h"
+#include "view_environment.h"
+#include "waiting_face.h"
 
 using namespace Qt::Literals::StringLiterals;
 using namespace std::chrono_literals;

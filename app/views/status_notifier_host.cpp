@@ -1,4 +1,4 @@
-#include "app/views/status_notifier_host.h"
+#include "status_notifier_host.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>

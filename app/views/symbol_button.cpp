@@ -1,6 +1,6 @@
-#include "app/views/symbol_button.h"
+#include "symbol_button.h"
 
-#include "app/views/symbol_icons.h"
+#include "symbol_icons.h"
 
 SymbolButton::SymbolButton(const QString& symbolName, int width, const QString& toolTip,
                            const QString& accessibleName, QWidget* parent)

@@ -1,4 +1,4 @@
-#include "app/views/symbol_icons.h"
+#include "symbol_icons.h"
 
 #include <QGuiApplication>
 #include <QHash>

@@ -1,11 +1,11 @@
-#include "app/views/tray_icon.h"
+#include "tray_icon.h"
 
 #include <QImage>
 #include <QPainter>
 #include <QPixmap>
 #include <QSvgRenderer>
 
-#include "app/views/symbol_icons.h"
+#include "symbol_icons.h"
 
 namespace {
 

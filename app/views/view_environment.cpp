@@ -1,10 +1,10 @@
-#include "app/views/view_environment.h"
+#include "view_environment.h"
 
 #include <QCoreApplication>
 #include <QDesktopServices>
 
-#include "app/views/folder_pickers.h"
 #include "brisvane_version.h"
+#include "folder_pickers.h"
 
 ViewEnvironment ViewEnvironment::standard(PanelModel& ip) {
     return ViewEnvironment{

@@ -1,11 +1,11 @@
-#include "app/views/waiting_face.h"
+#include "waiting_face.h"
 
 #include <QLabel>
 #include <QStackedLayout>
 #include <QTimer>
 
-#include "app/views/busy_indicator.h"
-#include "app/views/panel_layout.h"
+#include "busy_indicator.h"
+#include "panel_layout.h"
 
 using namespace Qt::Literals::StringLiterals;
 using namespace std::chrono_literals;

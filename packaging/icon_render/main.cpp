@@ -5,11 +5,11 @@
 #include <QString>
 #include <cstdio>
 
-#include "packaging/icon_render/svg_icon_render.h"
+#include "svg_icon_render.h"
 
 namespace {
 
-int Fail(const QString& message) {
+int fail(const QString& message) {
     std::fprintf(stderr, "brisvane_render_icon: %s\n", qPrintable(message));
     return 1;
 }
@@ -18,7 +18,7 @@ int Fail(const QString& message) {
 
 int main(int argc, char** argv) {
     if (argc != 4) {
-        return Fail(QStringLiteral("usage: brisvane_render_icon <input.svg> <size> <output.png>"));
+        return fail(QStringLiteral("usage: brisvane_render_icon <input.svg> <size> <output.png>"));
     }
     // Drawn straight into an image, without an application object: a build machine may
     // have no display, and the icons hold shapes only, no text that would need fonts.
@@ -27,19 +27,19 @@ int main(int argc, char** argv) {
     bool isNumber = false;
     const int size = QByteArray(argv[2]).toInt(&isNumber);
     if (!isNumber) {
-        return Fail(QStringLiteral("the size %1 is not a number").arg(argv[2]));
+        return fail(QStringLiteral("the size %1 is not a number").arg(argv[2]));
     }
 
     QFile file(input);
     if (!file.open(QIODevice::ReadOnly)) {
-        return Fail(QStringLiteral("cannot read %1: %2").arg(input, file.errorString()));
+        return fail(QStringLiteral("cannot read %1: %2").arg(input, file.errorString()));
     }
     const std::optional<QImage> image = RenderSvgIcon(file.readAll(), size);
     if (!image) {
-        return Fail(QStringLiteral("cannot render %1 at %2 pixels").arg(input).arg(size));
+        return fail(QStringLiteral("cannot render %1 at %2 pixels").arg(input).arg(size));
     }
     if (!image->save(output, "PNG")) {
-        return Fail(QStringLiteral("cannot write %1").arg(output));
+        return fail(QStringLiteral("cannot write %1").arg(output));
     }
     return 0;
 }

@@ -1,4 +1,4 @@
-#include "packaging/icon_render/svg_icon_render.h"
+#include "svg_icon_render.h"
 
 #include <QPainter>
 #include <QRectF>

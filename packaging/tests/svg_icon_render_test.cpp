@@ -6,7 +6,7 @@
 
 namespace {
 
-QByteArray FilledDrawing(int width, int height) {
+QByteArray filledDrawing(int width, int height) {
     return QStringLiteral(R"(<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 %1 %2">)"
                           R"(<rect width="%1" height="%2" fill="#ff0000"/></svg>)")
         .arg(width)
@@ -14,41 +14,41 @@ QByteArray FilledDrawing(int width, int height) {
         .toUtf8();
 }
 
-bool IsOpaqueRed(const QImage& image, int x, int y) {
+bool isOpaqueRed(const QImage& image, int x, int y) {
     const QColor pixel = image.pixelColor(x, y);
     return pixel.alpha() == 255 && pixel.red() == 255 && pixel.green() == 0 && pixel.blue() == 0;
 }
 
-bool IsClear(const QImage& image, int x, int y) {
+bool isClear(const QImage& image, int x, int y) {
     return image.pixelColor(x, y).alpha() == 0;
 }
 
 TEST(SvgIconRender, SquareDrawingFillsTheWholeImage) {
-    const std::optional<QImage> image = RenderSvgIcon(FilledDrawing(10, 10), 48);
+    const std::optional<QImage> image = RenderSvgIcon(filledDrawing(10, 10), 48);
     ASSERT_TRUE(image);
     EXPECT_EQ(image->size(), QSize(48, 48));
-    EXPECT_TRUE(IsOpaqueRed(*image, 0, 0));
-    EXPECT_TRUE(IsOpaqueRed(*image, 47, 47));
+    EXPECT_TRUE(isOpaqueRed(*image, 0, 0));
+    EXPECT_TRUE(isOpaqueRed(*image, 47, 47));
 }
 
 TEST(SvgIconRender, WideDrawingKeepsItsProportionsAndIsCentred) {
     // 20 x 10 in 64 x 64: 64 x 32, with 16 transparent rows above and below.
-    const std::optional<QImage> image = RenderSvgIcon(FilledDrawing(20, 10), 64);
+    const std::optional<QImage> image = RenderSvgIcon(filledDrawing(20, 10), 64);
     ASSERT_TRUE(image);
     EXPECT_EQ(image->size(), QSize(64, 64));
-    EXPECT_TRUE(IsClear(*image, 32, 15));
-    EXPECT_TRUE(IsOpaqueRed(*image, 0, 16));
-    EXPECT_TRUE(IsOpaqueRed(*image, 63, 47));
-    EXPECT_TRUE(IsClear(*image, 32, 48));
+    EXPECT_TRUE(isClear(*image, 32, 15));
+    EXPECT_TRUE(isOpaqueRed(*image, 0, 16));
+    EXPECT_TRUE(isOpaqueRed(*image, 63, 47));
+    EXPECT_TRUE(isClear(*image, 32, 48));
 }
 
 TEST(SvgIconRender, TallDrawingIsCentredSideways) {
-    const std::optional<QImage> image = RenderSvgIcon(FilledDrawing(10, 20), 64);
+    const std::optional<QImage> image = RenderSvgIcon(filledDrawing(10, 20), 64);
     ASSERT_TRUE(image);
-    EXPECT_TRUE(IsClear(*image, 15, 32));
-    EXPECT_TRUE(IsOpaqueRed(*image, 16, 0));
-    EXPECT_TRUE(IsOpaqueRed(*image, 47, 63));
-    EXPECT_TRUE(IsClear(*image, 48, 32));
+    EXPECT_TRUE(isClear(*image, 15, 32));
+    EXPECT_TRUE(isOpaqueRed(*image, 16, 0));
+    EXPECT_TRUE(isOpaqueRed(*image, 47, 63));
+    EXPECT_TRUE(isClear(*image, 48, 32));
 }
 
 TEST(SvgIconRender, BackgroundStaysTransparent) {
@@ -57,12 +57,12 @@ TEST(SvgIconRender, BackgroundStaysTransparent) {
     const std::optional<QImage> image = RenderSvgIcon(dot, 64);
     ASSERT_TRUE(image);
     EXPECT_TRUE(image->hasAlphaChannel());
-    EXPECT_TRUE(IsClear(*image, 0, 0));
-    EXPECT_TRUE(IsOpaqueRed(*image, 32, 32));
+    EXPECT_TRUE(isClear(*image, 0, 0));
+    EXPECT_TRUE(isOpaqueRed(*image, 32, 32));
 }
 
 TEST(SvgIconRender, SizeLimits) {
-    const QByteArray drawing = FilledDrawing(10, 10);
+    const QByteArray drawing = filledDrawing(10, 10);
     EXPECT_FALSE(RenderSvgIcon(drawing, 0));
     EXPECT_FALSE(RenderSvgIcon(drawing, -48));
     EXPECT_FALSE(RenderSvgIcon(drawing, kLargestIconSize + 1));

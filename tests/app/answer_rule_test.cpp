@@ -7,7 +7,7 @@
 #include <QTest>
 
 #include "app/helper_answer.h"
-#include "app/helper_choice.h"
+#include "helper_choice.h"
 #include "model_fixture.h"
 #include "poll_manager/poll_manager.h"
 

@@ -18,7 +18,7 @@ constexpr int kStartPatienceMs = 60'000;
 // Two seconds of grace for the helper, and the rest for the application's own way out.
 constexpr qint64 kEndWithinMs = 3'000;
 
-bool ProcessGroupExists(pid_t group) {
+bool processGroupExists(pid_t group) {
     return ::killpg(group, 0) == 0 || errno != ESRCH;
 }
 
@@ -83,7 +83,7 @@ TEST_P(EndingTest, TheSessionsSignalStopsTheStubbornHelperAndEndsTheApplicationI
     const auto group = static_cast<pid_t>(app_.processId());
     ::kill(group, signal);
     expectEndedInTime(strsignal(signal));
-    EXPECT_FALSE(ProcessGroupExists(group)) << "the helper outlived the application";
+    EXPECT_FALSE(processGroupExists(group)) << "the helper outlived the application";
     ::killpg(group, SIGKILL);
 }
 

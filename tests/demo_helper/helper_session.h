@@ -12,8 +12,8 @@
 #include <QTemporaryDir>
 #include <memory>
 
-#include "app/records.h"
 #include "key_exchange/key_exchange.h"
+#include "records/records.h"
 #include "support/wait.h"
 
 // Failing comparisons show texts as texts.

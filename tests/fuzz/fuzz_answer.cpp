@@ -17,7 +17,7 @@
 #include "app/helper_answer.h"
 #include "app/helper_answer_reader.h"
 #include "fuzz_check.h"
-#include "key_exchange/json_coding.h"
+#include "records/json_coding.h"
 
 namespace {
 

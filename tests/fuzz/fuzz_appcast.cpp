@@ -11,10 +11,10 @@
 #include <optional>
 #include <vector>
 
-#include "app/platform/appcast.h"
-#include "app/platform/updater_error.h"
-#include "app/platform/version_comparator.h"
+#include "app/platform/updates/appcast.h"
+#include "app/platform/updates/updater_error.h"
 #include "fuzz_check.h"
+#include "version_comparator.h"
 
 namespace {
 

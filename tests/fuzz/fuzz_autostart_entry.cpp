@@ -17,8 +17,8 @@
 #include <cstdint>
 #include <optional>
 
-#include "app/platform/desktop_entry.h"
 #include "app/platform/launch_at_login.h"
+#include "desktop_entry.h"
 #include "fuzz_check.h"
 
 namespace {

@@ -19,8 +19,8 @@
 
 #include "fuzz_check.h"
 #include "key_exchange/key_exchange.h"
+#include "output_reader.h"
 #include "poll_manager/poll_manager.h"
-#include "process_manager/output_reader.h"
 
 namespace {
 

@@ -9,9 +9,9 @@
 #include <system_error>
 #include <vector>
 
-#include "app/records.h"
 #include "fuzz_check.h"
-#include "key_exchange/json_coding.h"
+#include "records/json_coding.h"
+#include "records/records.h"
 
 namespace {
 

@@ -16,9 +16,9 @@
 #include <string>
 #include <system_error>
 
-#include "app/platform/update_archive.h"
-#include "app/platform/updater_error.h"
+#include "app/platform/updates/updater_error.h"
 #include "fuzz_check.h"
+#include "update_archive.h"
 
 namespace fs = std::filesystem;
 

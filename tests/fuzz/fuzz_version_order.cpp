@@ -9,8 +9,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "app/platform/version_comparator.h"
 #include "fuzz_check.h"
+#include "version_comparator.h"
 
 namespace {
 

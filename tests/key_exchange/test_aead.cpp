@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "expect_error.h"
 #include "key_exchange/key_exchange.h"
+#include "support/expect_error.h"
 
 using namespace Qt::Literals::StringLiterals;
 

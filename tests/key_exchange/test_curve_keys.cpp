@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "expect_error.h"
 #include "key_exchange/key_exchange.h"
+#include "support/expect_error.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -3,8 +3,8 @@
 #include <atomic>
 #include <thread>
 
-#include "expect_error.h"
 #include "key_exchange/key_exchange.h"
+#include "support/expect_error.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -18,14 +18,14 @@ const KeyExchangeAEADStore kFixture{
     u"oKGio6Slpqeoqaqr"_s, u"MTcwMDAwMDAwMDEyMw=="_s};
 const QByteArray kFixturePlaintext = R"({"Type":"ping","ID":"42","Data":"[]"})";
 
-static std::unique_ptr<KeyExchangeStore> AliceWithBob() {
+static std::unique_ptr<KeyExchangeStore> aliceWithBob() {
     auto store = KeyExchange_Curve25519_SHA256_HKDF_AESGCM_Store(kBobPublic);
     store->resetPrivateKey(kAlicePrivate);
     return store;
 }
 
 TEST(Store, SealsByteForByteWithInjectedNonces) {
-    const auto store = AliceWithBob();
+    const auto store = aliceWithBob();
     EXPECT_EQ(store->encodeJSONAndEncryptWithNonces(
                   u"ping"_s, u"42"_s, u"[]"_s, QByteArray::fromBase64(kFixture.kdfNonce.toLatin1()),
                   QByteArray::fromBase64(kFixture.aeadNonce.toLatin1()), "1700000000123"),
@@ -53,7 +53,7 @@ TEST(Store, SHA384AndSHA512StoresDeriveKeysAESGCMCannotTake) {
 }
 
 TEST(Store, SealsWithFreshNoncesAndStaysPairedWhenGivenAnEmptyKey) {
-    const auto store = AliceWithBob();
+    const auto store = aliceWithBob();
     const KeyExchangeAEADStore first = store->encrypt("same", "1700000000123");
     const KeyExchangeAEADStore second = store->encrypt("same", "1700000000123");
     EXPECT_EQ(first.kdfNonce.size(), 44);
@@ -89,7 +89,7 @@ TEST(Store, ASealingNeverMixesTheKeyOfOneHelperWithTheSecretOfAnother) {
 
 TEST(StoreDeathTest, EnvelopeTextsThatAreNotBase64StopTheProgram) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const auto store = AliceWithBob();
+    const auto store = aliceWithBob();
     KeyExchangeAEADStore broken = kFixture;
     broken.kdfNonce += u'\n';
     EXPECT_DEATH(store->decryptAEADStore(broken), "KDFNonce is not base64");
@@ -99,7 +99,7 @@ TEST(StoreDeathTest, EnvelopeTextsThatAreNotBase64StopTheProgram) {
 }
 
 TEST(Store, EnvelopeJSONIsWrittenAndReadStraightFromItsBytes) {
-    const auto store = AliceWithBob();
+    const auto store = aliceWithBob();
     const QByteArray json = store->encryptToJSONWithNonces(
         QByteArray::fromBase64(kFixture.kdfNonce.toLatin1()), kFixturePlaintext,
         QByteArray::fromBase64(kFixture.aeadNonce.toLatin1()), "1700000000123");
@@ -138,5 +138,22 @@ TEST(Store, TextTheQuickReadingCannotVouchForIsLeftToTheFullReading) {
              R"({"KDFNonce":"a","Ciphertext":"b","AEADNonce":"c","AdditionalData":"d)",
          }) {
         EXPECT_FALSE(KeyExchangeReadEnvelopeText(QByteArrayView(text))) << text;
+    }
+}
+
+TEST(Envelope, WritesItsFourStringsInOrderAndReadsThemBackIgnoringExtraKeys) {
+    EXPECT_EQ(JSONEncode(KeyExchangeAEADStore{u"k"_s, u"c"_s, u"n"_s, u"a"_s}),
+              R"({"KDFNonce":"k","Ciphertext":"c","AEADNonce":"n","AdditionalData":"a"})");
+    EXPECT_EQ(
+        JSONDecode<KeyExchangeAEADStore>(
+            R"({"X":1,"AdditionalData":"a","AEADNonce":"n","Ciphertext":"c","KDFNonce":"k"})"),
+        (KeyExchangeAEADStore{u"k"_s, u"c"_s, u"n"_s, u"a"_s}));
+    const std::pair<const char*, JSONError> refused[] = {
+        {R"({"KDFNonce":"k","Ciphertext":"c","AEADNonce":"n"})", JSONError::keyNotFound},
+        {R"({"KDFNonce":"k","Ciphertext":7,"AEADNonce":"n","AdditionalData":"a"})",
+         JSONError::typeMismatch},
+        {"[]", JSONError::typeMismatch}};
+    for (const auto& [text, error] : refused) {
+        EXPECT_EQ(ErrorOf([&] { JSONDecode<KeyExchangeAEADStore>(text); }), error) << text;
     }
 }

@@ -8,8 +8,8 @@
 #include <QFileInfo>
 #include <QTemporaryDir>
 
-#include "app/records.h"
 #include "helper_fixture.h"
+#include "records/records.h"
 
 using testing_support::errorOf;
 using testing_support::HelperOptions;

@@ -5,8 +5,8 @@
 
 #include <chrono>
 
-#include "app/records.h"
 #include "poll_manager/poll_manager.h"
+#include "records/records.h"
 #include "scripted_server.h"
 #include "support/wait.h"
 

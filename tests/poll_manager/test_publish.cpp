@@ -10,8 +10,8 @@
 #include <string>
 #include <thread>
 
-#include "app/records.h"
 #include "poll_manager/poll_manager.h"
+#include "records/records.h"
 #include "support/wait.h"
 
 using testing_support::errorOf;

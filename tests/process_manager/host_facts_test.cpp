@@ -15,13 +15,13 @@
 #include <optional>
 #include <vector>
 
-#include "process_manager/unique_fd.h"
 #include "run_loop.h"
+#include "unique_fd.h"
 
 namespace {
 
 // A listener on the port of the address; nullopt when the port is taken.
-std::optional<UniqueFd> Listen(int port, in_addr_t address) {
+std::optional<UniqueFd> listenOn(int port, in_addr_t address) {
     UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const sockaddr_in bound{.sin_family = AF_INET,
                             .sin_port = htons(static_cast<std::uint16_t>(port)),
@@ -42,7 +42,7 @@ TEST(HostFactsTest, BusyPortsAreNotOpenAndRandomOpenPortFindsTheOneFreePort) {
         std::vector<UniqueFd> listeners;
         while (listeners.size() < kRange) {
             const int port = base + static_cast<int>(listeners.size());
-            if (auto listener = Listen(port, port % 2 == 0 ? INADDR_ANY : INADDR_LOOPBACK)) {
+            if (auto listener = listenOn(port, port % 2 == 0 ? INADDR_ANY : INADDR_LOOPBACK)) {
                 listeners.push_back(std::move(*listener));
             } else {
                 listeners.clear();

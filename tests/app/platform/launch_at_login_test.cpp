@@ -8,10 +8,8 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
-#include <QTest>
 
-#include "app/platform/desktop_entry.h"
-#include "app/platform/toggle_switch.h"
+#include "desktop_entry.h"
 #include "support/scoped_environment.h"
 
 namespace {
@@ -123,39 +121,6 @@ TEST_F(LaunchAtLoginTest, FailuresAreLoggedOnceAndTheGetterTellsTheTruth) {
     ASSERT_TRUE(QDir().mkpath(LaunchAtLogin::autostartEntryPath() + "/inside"));
     switchExpectingOneFailure(true);
     switchExpectingOneFailure(false);
-}
-
-using LaunchAtLoginToggle = LaunchAtLoginTest;
-
-TEST_F(LaunchAtLoginToggle, ClickingTheSwitchWritesAndRemovesTheEntry) {
-    LaunchAtLogin::Toggle toggle;
-    EXPECT_EQ(toggle.control()->text(), "Launch at login");
-    toggle.show();
-    ASSERT_FALSE(toggle.control()->isChecked());
-
-    QTest::mouseClick(toggle.control(), Qt::LeftButton);
-    EXPECT_TRUE(toggle.control()->isChecked());
-    EXPECT_TRUE(LaunchAtLogin::isEnabled());
-    QTest::mouseClick(toggle.control(), Qt::LeftButton);
-    EXPECT_FALSE(toggle.control()->isChecked());
-    EXPECT_FALSE(QFile::exists(LaunchAtLogin::autostartEntryPath()));
-}
-
-TEST_F(LaunchAtLoginToggle, TogglesShareOneObservableAndReadTheEntryWhenShown) {
-    LaunchAtLogin::Toggle first;
-    LaunchAtLogin::Toggle second;
-    EXPECT_EQ(&first.launchAtLogin(), &LaunchAtLogin::observable());
-    EXPECT_EQ(&second.launchAtLogin(), &LaunchAtLogin::observable());
-    first.show();
-    QTest::mouseClick(first.control(), Qt::LeftButton);
-    second.show();
-    EXPECT_TRUE(second.control()->isChecked());
-
-    // A change made behind the application's back shows on the next showing.
-    QFile::remove(LaunchAtLogin::autostartEntryPath());
-    first.hide();
-    first.show();
-    EXPECT_FALSE(first.control()->isChecked());
 }
 
 }  // namespace

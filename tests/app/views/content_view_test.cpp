@@ -1,15 +1,15 @@
 // The "Status" tab: which of its three faces it shows, the folder rows, and what
 // their buttons send.
 
-#include "app/views/content_view.h"
+#include "content_view.h"
 
 #include <QLabel>
 #include <QProgressBar>
 #include <QTest>
 
-#include "app/views/folder_status_row.h"
-#include "app/views/symbol_button.h"
 #include "app/views/view_harness.h"
+#include "folder_status_row.h"
+#include "symbol_button.h"
 
 using namespace Qt::Literals::StringLiterals;
 using Branch = ContentView::Branch;

@@ -11,10 +11,10 @@
 #include <QTest>
 #include <QWidgetAction>
 
-#include "app/views/folder_status_row.h"
 #include "app/views/menu_bar_extra_legacy.h"
-#include "app/views/menu_bar_view.h"
 #include "app/views/view_harness.h"
+#include "folder_status_row.h"
+#include "menu_bar_view.h"
 
 using namespace Qt::Literals::StringLiterals;
 

@@ -1,7 +1,7 @@
 // The panel's root and the login screen: which screen shows for the login state, the
 // tabs, the footer, and what the login, logout and quit controls do.
 
-#include "app/views/menu_bar_view.h"
+#include "menu_bar_view.h"
 
 #include <QLabel>
 #include <QPushButton>
@@ -9,12 +9,12 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include "app/platform/launch_at_login.h"
-#include "app/views/login_view.h"
-#include "app/views/settings_footer.h"
-#include "app/views/symbol_button.h"
 #include "app/views/view_harness.h"
 #include "brisvane_version.h"
+#include "launch_at_login_toggle.h"
+#include "login_view.h"
+#include "settings_footer.h"
+#include "symbol_button.h"
 
 using namespace Qt::Literals::StringLiterals;
 

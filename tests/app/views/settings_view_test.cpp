@@ -1,7 +1,7 @@
 // The "Settings" tab: its faces, the group blocks, and the exact requests each of
 // its buttons and its appearance send.
 
-#include "app/views/settings_view.h"
+#include "settings_view.h"
 
 #include <QEventLoop>
 #include <QLabel>
@@ -9,10 +9,10 @@
 #include <QTest>
 #include <QTimer>
 
-#include "app/views/elided_label.h"
-#include "app/views/group_block.h"
-#include "app/views/symbol_button.h"
 #include "app/views/view_harness.h"
+#include "elided_label.h"
+#include "group_block.h"
+#include "symbol_button.h"
 
 using namespace Qt::Literals::StringLiterals;
 using Branch = SettingsView::Branch;
@@ -23,7 +23,7 @@ namespace {
 
 const TypeIDAndData getGroups{u"getGroups"_s, QString(), QString()};
 
-GroupItem Group(std::int64_t id, const QString& name, const QStringList& walkPaths = {}) {
+GroupItem groupItem(std::int64_t id, const QString& name, const QStringList& walkPaths = {}) {
     return GroupItem{id, name, walkPaths};
 }
 
@@ -58,7 +58,7 @@ private slots:
         ViewHarness harness;
         harness.ip.setLoading(isLoading);
         if (hasGroups) {
-            harness.ip.setGroups({Group(7, u"Work"_s)});
+            harness.ip.setGroups({groupItem(7, u"Work"_s)});
         }
         if (hasFolders) {
             harness.ip.setDirItems({Folder(u"Docs"_s, u"/d"_s, u"Up to date"_s)});
@@ -88,7 +88,8 @@ private slots:
 
     void groupBlocksShowNameNumberAndPaths() {
         ViewHarness harness;
-        harness.ip.setGroups({Group(7, u"Work"_s, {u"/w/b"_s, u"/w/a"_s}), Group(9, u"Empty"_s)});
+        harness.ip.setGroups(
+            {groupItem(7, u"Work"_s, {u"/w/b"_s, u"/w/a"_s}), groupItem(9, u"Empty"_s)});
         harness.ip.setDirItems({Folder(u"b"_s, u"/w/b"_s, u"2 of 6 ..."_s, 7)});
         SettingsView view(harness.environment);
         view.show();
@@ -123,7 +124,7 @@ private slots:
 
     void addingAFolderSendsItsPathUnderTheGroupName() {
         ViewHarness harness;
-        harness.ip.setGroups({Group(7, u"Work"_s)});
+        harness.ip.setGroups({groupItem(7, u"Work"_s)});
         SettingsView view(harness.environment);
         SymbolButton* add = button(view.groupBlocks().constFirst(), u"addFolderButton"_s);
         QCOMPARE(add->toolTip(), u"Watch a new folder"_s);
@@ -146,10 +147,10 @@ private slots:
     // meanwhile rebuilds the blocks, the chooser's own among them.
     void groupsChangingWhileTheChooserIsOpen() {
         ViewHarness harness;
-        harness.ip.setGroups({Group(7, u"Work"_s)});
+        harness.ip.setGroups({groupItem(7, u"Work"_s)});
         SettingsView view(harness.environment);
         harness.environment.selectDir = [&harness](const std::optional<QString>&, QWidget*) {
-            harness.ip.setGroups({Group(7, u"Work"_s, {u"/w/a"_s})});
+            harness.ip.setGroups({groupItem(7, u"Work"_s, {u"/w/a"_s})});
             QEventLoop chooserLoop;
             QTimer::singleShot(50, &chooserLoop, &QEventLoop::quit);
             chooserLoop.exec();
@@ -164,7 +165,7 @@ private slots:
 
     void cancelledChoosersSendNothing() {
         ViewHarness harness;
-        harness.ip.setGroups({Group(7, u"Work"_s)});
+        harness.ip.setGroups({groupItem(7, u"Work"_s)});
         SettingsView view(harness.environment);
         GroupBlock* block = view.groupBlocks().constFirst();
         QTest::mouseClick(button(block, u"addFolderButton"_s), Qt::LeftButton);
@@ -188,7 +189,7 @@ private slots:
         QFETCH(QString, chosen);
         QFETCH(QString, watched);
         ViewHarness harness;
-        harness.ip.setGroups({Group(7, u"Family"_s)});
+        harness.ip.setGroups({groupItem(7, u"Family"_s)});
         SettingsView view(harness.environment);
         SymbolButton* add = button(view.groupBlocks().constFirst(), u"addPhotoLibraryButton"_s);
         QCOMPARE(add->toolTip(), u"Watch a new photos library"_s);
@@ -204,7 +205,7 @@ private slots:
     void olderSystemsOfferNoPhotoLibrary() {
         ViewHarness harness;
         harness.ip.setMacOS13(false);
-        harness.ip.setGroups({Group(7, u"Work"_s)});
+        harness.ip.setGroups({groupItem(7, u"Work"_s)});
         SettingsView view(harness.environment);
         GroupBlock* block = view.groupBlocks().constFirst();
         QVERIFY(button(block, u"addPhotoLibraryButton"_s) == nullptr);
@@ -213,7 +214,7 @@ private slots:
 
     void trashStopsWatchingRemovesTheRowAndAsksForGroupsTwice() {
         ViewHarness harness;
-        harness.ip.setGroups({Group(7, u"Work"_s, {u"/w/a"_s, u"/w/b"_s})});
+        harness.ip.setGroups({groupItem(7, u"Work"_s, {u"/w/a"_s, u"/w/b"_s})});
         SettingsView view(harness.environment);
         SymbolButton* trash = view.groupBlocks()
                                   .constFirst()

@@ -1,7 +1,7 @@
 // The first tray icon on Wayland waits for a status-notifier host: a watcher alone is
 // not one, since the watcher takes its name before its host registers with it.
 
-#include "app/views/status_notifier_host.h"
+#include "status_notifier_host.h"
 
 #include <QDBusAbstractAdaptor>
 #include <QDBusConnection>

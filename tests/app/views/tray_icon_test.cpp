@@ -1,7 +1,7 @@
 // The tray's picture has to stand out on whatever panel the host draws it on, and no
 // tray protocol says what colour that is.
 
-#include "app/views/tray_icon.h"
+#include "tray_icon.h"
 
 #include <QImage>
 #include <QPainter>
