@@ -20,7 +20,7 @@ void brisvaneApp::prepareApplicationObject() {
 
 brisvaneApp::brisvaneApp(Seams seams)
     // A second copy of the application ends itself in here, before any updater exists.
-    : ip_(std::make_unique<ItemsProvider>(seams.host)) {
+    : ip_(std::make_unique<ItemsProvider>(seams.model)) {
     const bool isMacOS13 = ip_->isMacOS13();
     // The updater knows no windows: what a session shows, it shows in the views' dialog.
     updaterController_ = std::make_unique<StandardUpdaterController>(

@@ -18,10 +18,10 @@ class brisvaneApp : public QObject {
     Q_OBJECT
 
 public:
-    // What a test may change about the application it starts: the host facts, and
+    // What a test may change about the application it starts: the model's collaborators, and
     // the desktop parts of the views (a folder chooser that answers by itself).
     struct Seams {
-        ItemsProviderHost host;
+        ItemsProviderCollaborators model;
         std::function<void(ViewEnvironment&)> adjustEnvironment;
     };
 

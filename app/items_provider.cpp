@@ -31,19 +31,25 @@ QUrl siteURL() {
 
 }  // namespace
 
-ItemsProvider::ItemsProvider(ItemsProviderHost host, QObject* parent)
-    : PanelModel(parent), loginURL_(siteURL()), menuBarString_(u"arrow.clockwise"_s) {
-    isMacOS13_ = host.systemVersion.isAtLeast(13, 0, 0);
-    pm_.setRequestLimits(host.requestLimits);
+ItemsProvider::ItemsProvider(ItemsProviderCollaborators collaborators, QObject* parent)
+    : PanelModel(parent),
+      exchange_(std::move(collaborators.exchange)),
+      helperFolder_(collaborators.helperFolder.isEmpty() ? ProcessManager::defaultResourceDir()
+                                                         : collaborators.helperFolder),
+      loginURL_(siteURL()),
+      menuBarString_(u"arrow.clockwise"_s) {
+    isMacOS13_ = collaborators.systemVersion.isAtLeast(13, 0, 0);
+    pm_.setRequestLimits(collaborators.requestLimits);
     silenceWatch_ = new QTimer(this);
     silenceWatch_->setSingleShot(true);
-    silenceWatch_->setInterval(host.silenceNoticeAfter);
+    silenceWatch_->setInterval(collaborators.silenceNoticeAfter);
     connect(silenceWatch_, &QTimer::timeout, this, [this] {
         isHelperSilent_ = true;
         emit isHelperSilentChanged();
     });
     silenceWatch_->start();
-    port_ = pm_.randomOpenPort(lowestPort, pastHighestPort);
+    port_ = collaborators.choosePort ? collaborators.choosePort(lowestPort, pastHighestPort)
+                                     : pm_.randomOpenPort(lowestPort, pastHighestPort);
 
     ProcessManager& processManager = pm_.processManager();
     if (isMacOS13_) {
@@ -52,25 +58,42 @@ ItemsProvider::ItemsProvider(ItemsProviderHost host, QObject* parent)
     processManager.addArgument(u"token"_s, pm_.kes().LocalPublicKey());
     processManager.addArgument(u"port"_s, port_);
 
-    if (isMacOS13_ && !LaunchAtLogin::isEnabled()) {
-        LaunchAtLogin::setEnabled(true);
+    const auto isLaunchAtLoginEnabled = collaborators.isLaunchAtLoginEnabled
+                                            ? collaborators.isLaunchAtLoginEnabled
+                                            : LaunchAtLogin::isEnabled;
+    const auto setLaunchAtLogin =
+        collaborators.setLaunchAtLogin ? collaborators.setLaunchAtLogin : LaunchAtLogin::setEnabled;
+    if (isMacOS13_ && !isLaunchAtLoginEnabled()) {
+        setLaunchAtLogin(true);
     }
-    pm_.exitAppIfAlreadyOpen();
+    if (collaborators.exitIfAlreadyOpen) {
+        collaborators.exitIfAlreadyOpen();
+    } else {
+        pm_.exitAppIfAlreadyOpen();
+    }
 
     if (!isMacOS13_) {
-        QTimer::singleShot(host.legacyLifetime, Qt::PreciseTimer, QCoreApplication::instance(),
-                           &QCoreApplication::quit);
+        QTimer::singleShot(collaborators.legacyLifetime, Qt::PreciseTimer,
+                           QCoreApplication::instance(), &QCoreApplication::quit);
     }
-    supervision_ = std::thread([this] { superviseHelper(); });
+    if (exchange_) {
+        // A stand-in has nothing to print first: it answers from the start.
+        isFirstRun_ = false;
+        startRequestLoop();
+    } else {
+        supervision_ = std::thread([this] { superviseHelper(); });
+    }
 }
 
 ItemsProvider::~ItemsProvider() {
     pm_.processManager().stopWithin(ProcessManager::defaultStopGrace);
-    supervision_.join();
+    if (supervision_.joinable()) {
+        supervision_.join();
+    }
 }
 
 void ItemsProvider::superviseHelper() {
-    const QString resourceDir = ProcessManager::defaultResourceDir();
+    const QString& resourceDir = helperFolder_;
     const HelperChoice choice = ChooseHelperExecutable(pm_.systemArchitecture(), resourceDir);
     Diagnostics::printLine(choice.logLine);
     const QString executable = QDir(resourceDir).filePath(choice.name);
@@ -147,7 +170,10 @@ QFuture<void> ItemsProvider::publishAndWait(const QString& type, const QString& 
 QFuture<void> ItemsProvider::send(QByteArray messageJSON) {
     // The answer is opened and read on the transport thread; only applying it
     // touches the model, here on the GUI thread.
-    return pm_.requestJSONText(std::move(messageJSON), port_, u"/request"_s)
+    QFuture<QByteArray> answerText =
+        exchange_ ? exchange_(messageJSON)
+                  : pm_.requestJSONText(std::move(messageJSON), port_, u"/request"_s);
+    return answerText
         .then([reader = answerReader_](const QByteArray& text) { return reader->read(text); })
         .then(this,
               [this](const HelperAnswer& answer) {

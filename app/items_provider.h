@@ -13,6 +13,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <thread>
@@ -24,9 +25,10 @@
 #include "records/records.h"
 #include "system_version.h"
 
-// The host facts the model starts from; tests choose the older system or a
-// shorter life for it.
-struct ItemsProviderHost {
+// What the model takes from the world around it. Each collaborator left empty is the real one:
+// the poll manager's port choice and instance lock, the user's autostart entry, the
+// application's resources folder and the helper as a child process.
+struct ItemsProviderCollaborators {
     SystemVersion systemVersion = SystemVersion::running();
     // How long the application runs on older systems before it quits itself.
     std::chrono::milliseconds legacyLifetime = std::chrono::minutes(10);
@@ -35,6 +37,18 @@ struct ItemsProviderHost {
     // Long enough that one request that runs into its limit does not raise the notice on
     // its own, short enough that a user looking at a frozen panel is told why.
     std::chrono::milliseconds silenceNoticeAfter = std::chrono::seconds(5);
+    // A free port in [lower, upper).
+    std::function<std::int64_t(std::int64_t lower, std::int64_t upper)> choosePort{};
+    std::function<bool()> isLaunchAtLoginEnabled{};
+    std::function<void(bool)> setLaunchAtLogin{};
+    // Ends the program when another copy runs.
+    std::function<void()> exitIfAlreadyOpen{};
+    // Where the helper's executables are.
+    QString helperFolder{};
+    // A stand-in for the helper: no child runs, the request loop starts at once, and each
+    // request's JSON goes here; the future holds the answer's JSON text, or fails as a
+    // transport does.
+    std::function<QFuture<QByteArray>(const QByteArray& messageJSON)> exchange{};
 };
 
 class ItemsProvider : public PanelModel {
@@ -43,13 +57,13 @@ class ItemsProvider : public PanelModel {
 public:
     // Runs the whole start-up: port, helper arguments, launch at login, the
     // single-instance exit, then the helper's supervision in the background.
-    explicit ItemsProvider(ItemsProviderHost host = {}, QObject* parent = nullptr);
+    explicit ItemsProvider(ItemsProviderCollaborators collaborators = {},
+                           QObject* parent = nullptr);
     // Stops the helper (SIGTERM, and SIGKILL after two seconds) and waits for its
     // supervision to end.
     ~ItemsProvider() override;
 
     bool isMacOS13() const override { return isMacOS13_; }
-    PollManager& pm() { return pm_; }
     std::int64_t port() const { return port_; }
 
     bool isLoggedIn() const override { return isLoggedIn_; }
@@ -68,20 +82,20 @@ public:
     // Forgets the folder at once and once more 0.5 s later, in case an answer
     // already on its way brings it back.
     void deleteItem(const QString& path) override;
-    void updateItem(const QList<DirItem>& dirItems);
 
     // Fire and forget.
     void publish(const QString& type, const QString& id, const QString& data) override;
     // Finishes once the answer has been applied; never fails: a request that
     // fails changes nothing.
     QFuture<void> publishAndWait(const QString& type, const QString& id, const QString& data);
+
+private:
     // Applies one answer from the helper, whatever request it answers.
     void applyAnswer(const HelperAnswer& answer);
+    void updateItem(const QList<DirItem>& dirItems);
     // The encoded ping the request loop sends next, carrying the JSON of
     // dirItems; encoded again only after the folders change.
     const QByteArray& pingMessage();
-
-private:
     void superviseHelper();
     void startRequestLoop();
     void sendPing();
@@ -95,6 +109,8 @@ private:
 
     bool isMacOS13_ = false;
     PollManager pm_;
+    std::function<QFuture<QByteArray>(const QByteArray&)> exchange_;
+    QString helperFolder_;
     std::atomic<bool> isFirstRun_ = true;
     std::int64_t port_ = 0;
 

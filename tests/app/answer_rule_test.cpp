@@ -1,18 +1,19 @@
-// How the model applies answers: each answer is sealed here the way the helper
-// seals it, opened by the model's own poll manager and applied, with a silent
-// helper so that no ping of the model's own gets in the way.
+// How the model applies answers, against a stand-in for the helper that answers each request
+// with the text a test gives it: no child process, no socket, a few milliseconds a case.
 
 #include <gtest/gtest.h>
 
+#include <QPromise>
 #include <QTest>
+#include <memory>
 
-#include "app/helper_answer.h"
+#include "app/items_provider.h"
 #include "helper_choice.h"
-#include "model_fixture.h"
-#include "poll_manager/poll_manager.h"
+#include "support/wait.h"
 
 using namespace Qt::Literals::StringLiterals;
-using testing_support::ModelFixture;
+using testing_support::waitFor;
+using testing_support::waitUntil;
 
 namespace {
 
@@ -25,30 +26,74 @@ DirItem folder(const QString& path, const QString& status) {
             .status = status};
 }
 
-class AnswerRule : public ::testing::Test {
-protected:
-    AnswerRule() {
-        helperStore_->setExternalPublicKey(appStore_->LocalPublicKey());
-        appStore_->setExternalPublicKey(helperStore_->LocalPublicKey());
-        model().pm().setClock([this] { return sealedAt_; });
+// Answers every request but the loop's pings at once, with the text a test set last; holds
+// each ping until the test asks for the next one.
+class StandInHelper {
+public:
+    ItemsProviderCollaborators collaborators() {
+        ItemsProviderCollaborators collaborators;
+        collaborators.systemVersion = {14, 0, 0};
+        collaborators.choosePort = [](std::int64_t lower, std::int64_t) { return lower; };
+        collaborators.isLaunchAtLoginEnabled = [] { return true; };
+        collaborators.setLaunchAtLogin = [](bool) {};
+        collaborators.exitIfAlreadyOpen = [] {};
+        collaborators.exchange = [this](const QByteArray& json) { return exchange(json); };
+        return collaborators;
     }
 
-    ItemsProvider& model() { return *fixture_.model; }
+    QByteArray answer;
+
+    // Fails the ping in flight, as a transport would, and gives the JSON of the next one.
+    QByteArray nextPing() {
+        const qsizetype seen = pings_.size();
+        failPendingPing();
+        EXPECT_TRUE(waitUntil([&] { return pings_.size() > seen; }, 2000));
+        return pings_.isEmpty() ? QByteArray() : pings_.last();
+    }
+
+    void failPendingPing() {
+        if (pendingPing_) {
+            pendingPing_->setException(
+                std::make_exception_ptr(std::system_error(TransportError::timedOut)));
+            pendingPing_->finish();
+            pendingPing_.reset();
+        }
+    }
+
+private:
+    QFuture<QByteArray> exchange(const QByteArray& json) {
+        if (!json.startsWith(R"({"Type":"ping")")) {
+            return QtFuture::makeReadyFuture(answer);
+        }
+        pings_.append(json);
+        pendingPing_ = std::make_shared<QPromise<QByteArray>>();
+        pendingPing_->start();
+        return pendingPing_->future();
+    }
+
+    QList<QByteArray> pings_;
+    std::shared_ptr<QPromise<QByteArray>> pendingPing_;
+};
+
+class AnswerRule : public ::testing::Test {
+protected:
+    ~AnswerRule() override {
+        standIn_.failPendingPing();
+        model_.reset();
+    }
+
+    ItemsProvider& model() { return *model_; }
     // What the next ping must carry: the folders as they stand now.
     QByteArray expectedPing() {
         return JSONEncode(
-            TypeIDAndData{u"ping"_s, QString(), model().pm().objectAsString(model().dirItems())});
+            TypeIDAndData{u"ping"_s, QString(), QString::fromUtf8(JSONEncode(model().dirItems()))});
     }
+    QByteArray nextPing() { return standIn_.nextPing(); }
 
-    // Seals the JSON as the helper would, then opens and applies it as the model does.
+    // The stand-in answers a request with this text, and the model applies it.
     void answer(const QByteArray& json) {
-        ++sealedAt_;
-        const QByteArray envelope =
-            JSONEncode(helperStore_->encrypt(json, QByteArray::number(sealedAt_)));
-        PollManager& pm = model().pm();
-        const auto opened = pm.decryptAndDecodeJSON<QJsonValue>(
-            envelope, *appStore_, [&pm](const QString& data) { return pm.authTimestamp(data); });
-        model().applyAnswer(ReadHelperAnswer(opened));
+        standIn_.answer = json;
+        ASSERT_TRUE(waitFor(model().publishAndWait(u"getGroups"_s, {}, {})));
     }
     template <JSONEncodable T>
     void answerWith(const T& value) {
@@ -59,10 +104,9 @@ protected:
     }
 
 private:
-    ModelFixture fixture_{{{"BRISVANE_DEMO_SILENT", "1"}}};
-    std::unique_ptr<KeyExchangeStore> helperStore_ = KeyExchange_Curve25519_SHA256_HKDF_AESGCM();
-    std::unique_ptr<KeyExchangeStore> appStore_ = KeyExchange_Curve25519_SHA256_HKDF_AESGCM();
-    std::int64_t sealedAt_ = KeyExchangeCurrentTimestamp();
+    StandInHelper standIn_;
+    std::unique_ptr<ItemsProvider> model_ =
+        std::make_unique<ItemsProvider>(standIn_.collaborators());
 };
 
 TEST_F(AnswerRule, LoginStateFollowsAuthRequestsAndEveryOtherKnownAnswer) {
@@ -114,7 +158,7 @@ TEST_F(AnswerRule, FoldersMergeInPlaceInFirstReportedOrderAndGroupsAreReplacedWh
     const QList<DirItem> expected = {folder(u"/a"_s, u"Up to date"_s), folder(u"/b"_s, u"1 of 6"_s),
                                      folder(u"/c"_s, u"1 of 6"_s)};
     EXPECT_EQ(model().dirItems(), expected);
-    EXPECT_EQ(model().pingMessage(), expectedPing());
+    EXPECT_EQ(nextPing(), expectedPing());
     EXPECT_EQ(model().walkDirIcon(u"/a"_s), u"internaldrive");
     EXPECT_EQ(model().walkDirIcon(u"/b"_s), u"arrow.clockwise");
     EXPECT_EQ(model().walkDirIcon(u"/unknown"_s), u"internaldrive");
@@ -147,10 +191,10 @@ TEST_F(AnswerRule, DeletedFolderIsRemovedAgainWhenAnAnswerBringsItBackWithinHalf
     answerWith(QList<GroupItem>{{1, u"One"_s, {gone.path, kept.path}}, {2, u"Two"_s, {gone.path}}});
     answerWith(QList{gone, kept});
 
-    EXPECT_EQ(model().pingMessage(), expectedPing());
+    EXPECT_EQ(nextPing(), expectedPing());
     model().deleteItem(gone.path);
     EXPECT_EQ(model().dirItems(), QList{kept});
-    EXPECT_EQ(model().pingMessage(), expectedPing());
+    EXPECT_EQ(nextPing(), expectedPing());
     EXPECT_EQ(model().groups().at(0).walkPaths, QStringList{kept.path});
     EXPECT_TRUE(model().groups().at(1).walkPaths.isEmpty());
 

@@ -60,7 +60,7 @@ TEST_F(BrisvaneAppTest, NewerSystemsCheckDailyAndStartAtLogin) {
 }
 
 TEST_F(BrisvaneAppTest, OlderSystemsNeitherCheckNorStartAtLogin) {
-    brisvaneApp app({.host = {.systemVersion = {12, 6, 0}}, .adjustEnvironment = {}});
+    brisvaneApp app({.model = {.systemVersion = {12, 6, 0}}, .adjustEnvironment = {}});
     EXPECT_FALSE(app.updaterController().updater().canCheckForUpdates());
     EXPECT_TRUE(dailyTimers(app).isEmpty());
     EXPECT_FALSE(LaunchAtLogin::isEnabled());

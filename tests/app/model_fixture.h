@@ -21,7 +21,7 @@ public:
     // beforeStart prepares the home (say, the helper's remembered state) before the model
     // and its helper start.
     explicit ModelFixture(const std::map<QByteArray, QByteArray>& helperFaults = {},
-                          ItemsProviderHost host = {},
+                          ItemsProviderCollaborators host = {},
                           const std::function<void(const ModelFixture&)>& beforeStart = {}) {
         for (const char* folder : {"config", "state", "runtime"}) {
             QDir(home_.path()).mkpath(QString::fromLatin1(folder));

@@ -43,8 +43,8 @@ void rememberOneFolder(const ModelFixture& fixture, const QString& folder) {
     ASSERT_TRUE(file.commit());
 }
 
-ItemsProviderHost quickHost() {
-    ItemsProviderHost host;
+ItemsProviderCollaborators quickHost() {
+    ItemsProviderCollaborators host;
     host.requestLimits = {300ms, 4 * 1024 * 1024};
     host.silenceNoticeAfter = 700ms;
     return host;

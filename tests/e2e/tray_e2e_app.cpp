@@ -35,7 +35,7 @@ int main(int argc, char** argv) {
         }
         return QUrl::fromLocalFile(*folder);
     };
-    brisvaneApp app({.host = {}, .adjustEnvironment = [&picker](ViewEnvironment& environment) {
+    brisvaneApp app({.model = {}, .adjustEnvironment = [&picker](ViewEnvironment& environment) {
                          environment.selectDir = picker;
                          environment.selectPhotoLibrary = picker;
                      }});
