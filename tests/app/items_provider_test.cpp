@@ -39,7 +39,7 @@ bool allUpToDate(const ItemsProvider& model, qsizetype count) {
            });
 }
 
-// The helpers this process runs, as the system sees them: each child's pid and arguments.
+// The helpers this process runs, as the system sees them: each one's pid and arguments.
 std::map<pid_t, QStringList> childHelpers() {
     std::map<pid_t, QStringList> helpers;
     const QStringList threads =
@@ -59,7 +59,10 @@ std::map<pid_t, QStringList> childHelpers() {
                 words << QString::fromLocal8Bit(word);
             }
             words.removeLast();  // after the last NUL
-            helpers[static_cast<pid_t>(pid.trimmed().toInt())] = words.mid(1);
+            // A child between fork and exec still shows this program's command line.
+            if (!words.isEmpty() && words.first().contains(u"harlix-darwin-")) {
+                helpers[static_cast<pid_t>(pid.trimmed().toInt())] = words.mid(1);
+            }
         }
     }
     return helpers;
