@@ -14,10 +14,4 @@ target_link_libraries(startup_tray_watch PRIVATE PkgConfig::XCB)
 # Building the watcher builds everything the script runs.
 add_dependencies(startup_tray_watch brisvane demo_helper)
 
-# The script with the build's paths filled in, as bin/startup.
-file(GENERATE OUTPUT ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/startup
-     INPUT ${CMAKE_CURRENT_LIST_DIR}/startup.py
-     FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
-                      WORLD_READ WORLD_EXECUTE)
-set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
-             ${CMAKE_CURRENT_LIST_DIR}/startup.py)
+brisvane_bench_script(startup)

@@ -340,6 +340,15 @@ public:
 
 private:
     void requirePaired() const;
+    // The salt, the cipher's nonce and the key they give: the ones given, or fresh ones.
+    struct SealingKey {
+        QByteArray salt;
+        QByteArray nonce;
+        SymmetricKey key;
+    };
+    SealingKey sealingKey(std::optional<QByteArrayView> kdfNonce,
+                          std::optional<QByteArrayView> aeadNonce,
+                          QByteArrayView additionalData) const;
     ::SharedSecret pairedSecret() const;
     void setExternalPublicKeyLocked(const QString& publicKey);
 

@@ -86,6 +86,27 @@ void KeyExchangeStore::requirePaired() const {
     return *sharedSecret_;
 }
 
+KeyExchangeStore::SealingKey KeyExchangeStore::sealingKey(std::optional<QByteArrayView> kdfNonce,
+                                                          std::optional<QByteArrayView> aeadNonce,
+                                                          QByteArrayView additionalData) const {
+    // The secret is copied under the lock; the derivation and the cipher run outside it.
+    const ::SharedSecret secret = pairedSecret();
+    // Both nonces from one draw when both are fresh: every draw costs the generator's locking
+    // and checks, and a ping is sealed ten times a second.
+    QByteArray salt;
+    QByteArray nonce;
+    if (!kdfNonce && !aeadNonce) {
+        const QByteArray fresh = AEADRandomNonces(aead_);
+        salt = fresh.first(fresh.size() - AEADNonceSize);
+        nonce = fresh.last(AEADNonceSize);
+    } else {
+        salt = kdfNonce ? kdfNonce->toByteArray() : AEADRandomKey(aead_);
+        nonce = aeadNonce ? aeadNonce->toByteArray() : AEADRandomNonce(aead_);
+    }
+    SymmetricKey key = KeyExchangeSymmetricKey(secret, hashFunction_, kdf_, salt, additionalData);
+    return {std::move(salt), std::move(nonce), std::move(key)};
+}
+
 KeyExchangeAEADStore KeyExchangeStore::encrypt(QByteArrayView plaintext,
                                                QByteArrayView additionalData) const {
     return encryptWithNonces(std::nullopt, plaintext, std::nullopt, additionalData);
@@ -95,12 +116,7 @@ KeyExchangeAEADStore KeyExchangeStore::encryptWithNonces(std::optional<QByteArra
                                                          QByteArrayView plaintext,
                                                          std::optional<QByteArrayView> aeadNonce,
                                                          QByteArrayView additionalData) const {
-    // The secret is copied under the lock; the derivation and the cipher run outside it.
-    const ::SharedSecret secret = pairedSecret();
-    const QByteArray salt = kdfNonce ? kdfNonce->toByteArray() : AEADRandomKey(aead_);
-    const QByteArray nonce = aeadNonce ? aeadNonce->toByteArray() : AEADRandomNonce(aead_);
-    const SymmetricKey key =
-        KeyExchangeSymmetricKey(secret, hashFunction_, kdf_, salt, additionalData);
+    const auto [salt, nonce, key] = sealingKey(kdfNonce, aeadNonce, additionalData);
     return {
         Base64Encode(salt),
         AEADEncrypt(aead_, key, plaintext, nonce, additionalData),
@@ -118,21 +134,7 @@ QByteArray KeyExchangeStore::encryptToJSONWithNonces(std::optional<QByteArrayVie
                                                      QByteArrayView plaintext,
                                                      std::optional<QByteArrayView> aeadNonce,
                                                      QByteArrayView additionalData) const {
-    const ::SharedSecret secret = pairedSecret();
-    // Both nonces from one draw when both are fresh: every draw costs the generator's locking
-    // and checks, and a ping is sealed ten times a second.
-    QByteArray salt;
-    QByteArray nonce;
-    if (!kdfNonce && !aeadNonce) {
-        const QByteArray fresh = AEADRandomNonces(aead_);
-        salt = fresh.first(fresh.size() - AEADNonceSize);
-        nonce = fresh.last(AEADNonceSize);
-    } else {
-        salt = kdfNonce ? kdfNonce->toByteArray() : AEADRandomKey(aead_);
-        nonce = aeadNonce ? aeadNonce->toByteArray() : AEADRandomNonce(aead_);
-    }
-    const SymmetricKey key =
-        KeyExchangeSymmetricKey(secret, hashFunction_, kdf_, salt, additionalData);
+    const auto [salt, nonce, key] = sealingKey(kdfNonce, aeadNonce, additionalData);
 
     // The members in the order the envelope's own writer puts them; base64 needs no escapes.
     static constexpr QByteArrayView kOpen = R"({"KDFNonce":")";

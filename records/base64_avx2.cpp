@@ -73,37 +73,50 @@ BRISVANE_AVX2 inline __m256i joinSextets(__m256i sextets) {
     return _mm256_permutevar8x32_epi32(packed, _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7));
 }
 
-}  // namespace
+// 32 characters as they are stored in each width.
+BRISVANE_AVX2 inline void storeAscii(__m256i ascii, char* out) {
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), ascii);
+}
 
-namespace base64_detail {
+BRISVANE_AVX2 inline void storeAscii(__m256i ascii, char16_t* out) {
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out),
+                        _mm256_cvtepu8_epi16(_mm256_castsi256_si128(ascii)));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + 16),
+                        _mm256_cvtepu8_epi16(_mm256_extracti128_si256(ascii, 1)));
+}
 
-BRISVANE_AVX2 void EncodeGroupsAvx2(const unsigned char* in, qsizetype groupCount, char16_t* out) {
+BRISVANE_AVX2 inline __m256i loadAscii(const char* in) {
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in));
+}
+
+BRISVANE_AVX2 inline __m256i loadAscii(const char16_t* in) {
+    const __m256i first = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in));
+    const __m256i second = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + 16));
+    // Narrowing saturates a code unit above 0xFF to 0xFF, which is not in the alphabet.
+    return _mm256_permute4x64_epi64(_mm256_packus_epi16(first, second), 0xD8);
+}
+
+template <typename Char>
+BRISVANE_AVX2 void encodeGroups(const unsigned char* in, qsizetype groupCount, Char* out) {
     // Each step reads 28 bytes (two overlapping 16-byte loads) to use 24 of them.
     qsizetype left = groupCount;
     while (left >= 10) {
         const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
         const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + 12));
-        const __m256i ascii = sextetsToAscii(splitIntoSextets(_mm256_set_m128i(high, low)));
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out),
-                            _mm256_cvtepu8_epi16(_mm256_castsi256_si128(ascii)));
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + 16),
-                            _mm256_cvtepu8_epi16(_mm256_extracti128_si256(ascii, 1)));
+        storeAscii(sextetsToAscii(splitIntoSextets(_mm256_set_m128i(high, low))), out);
         in += 24;
         out += 32;
         left -= 8;
     }
-    EncodeGroupsScalar(in, left, out);
+    base64_detail::EncodeGroupsScalar(in, left, out);
 }
 
-BRISVANE_AVX2 bool DecodeGroupsAvx2(const char16_t* in, qsizetype groupCount, unsigned char* out) {
+template <typename Char>
+BRISVANE_AVX2 bool decodeGroups(const Char* in, qsizetype groupCount, unsigned char* out) {
     qsizetype left = groupCount;
     while (left >= 8) {
-        const __m256i first = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in));
-        const __m256i second = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + 16));
-        // Narrowing saturates a code unit above 0xFF to 0xFF, which is not in the alphabet.
-        const __m256i chars = _mm256_permute4x64_epi64(_mm256_packus_epi16(first, second), 0xD8);
         __m256i sextets;
-        if (!asciiToSextets(chars, sextets)) {
+        if (!asciiToSextets(loadAscii(in), sextets)) {
             return false;
         }
         const __m256i bytes = joinSextets(sextets);
@@ -113,38 +126,27 @@ BRISVANE_AVX2 bool DecodeGroupsAvx2(const char16_t* in, qsizetype groupCount, un
         out += 24;
         left -= 8;
     }
-    return DecodeGroupsScalar(in, left, out);
+    return base64_detail::DecodeGroupsScalar(in, left, out);
 }
 
-BRISVANE_AVX2 void EncodeGroupsAvx2(const unsigned char* in, qsizetype groupCount, char* out) {
-    qsizetype left = groupCount;
-    while (left >= 10) {
-        const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
-        const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + 12));
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out),
-                            sextetsToAscii(splitIntoSextets(_mm256_set_m128i(high, low))));
-        in += 24;
-        out += 32;
-        left -= 8;
-    }
-    EncodeGroupsScalar(in, left, out);
+}  // namespace
+
+namespace base64_detail {
+
+void EncodeGroupsAvx2(const unsigned char* in, qsizetype groupCount, char16_t* out) {
+    encodeGroups(in, groupCount, out);
 }
 
-BRISVANE_AVX2 bool DecodeGroupsAvx2(const char* in, qsizetype groupCount, unsigned char* out) {
-    qsizetype left = groupCount;
-    while (left >= 8) {
-        __m256i sextets;
-        if (!asciiToSextets(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(in)), sextets)) {
-            return false;
-        }
-        const __m256i bytes = joinSextets(sextets);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm256_castsi256_si128(bytes));
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(out + 16), _mm256_extracti128_si256(bytes, 1));
-        in += 32;
-        out += 24;
-        left -= 8;
-    }
-    return DecodeGroupsScalar(in, left, out);
+void EncodeGroupsAvx2(const unsigned char* in, qsizetype groupCount, char* out) {
+    encodeGroups(in, groupCount, out);
+}
+
+bool DecodeGroupsAvx2(const char16_t* in, qsizetype groupCount, unsigned char* out) {
+    return decodeGroups(in, groupCount, out);
+}
+
+bool DecodeGroupsAvx2(const char* in, qsizetype groupCount, unsigned char* out) {
+    return decodeGroups(in, groupCount, out);
 }
 
 }  // namespace base64_detail
