@@ -171,9 +171,9 @@ void freshnessWindow(int size, int answers) {
     // every answer's millisecond its own.
     std::size_t answerBytes = 0;
     bare::Server server([&](std::string_view) {
+        // Sealed as the helper seals: straight to the envelope's JSON text.
         std::string answer =
-            JSONEncode(serverStore->encrypt(folders, KeyExchangeCurrentTimestampData()))
-                .toStdString();
+            serverStore->encryptToJSON(folders, KeyExchangeCurrentTimestampData()).toStdString();
         answerBytes = answer.size();
         return answer;
     });
