@@ -57,6 +57,11 @@ std::string ScriptedServer::answer(int status, const std::string& body,
            "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
 }
 
+std::string ScriptedServer::lastRequest() const {
+    std::lock_guard lock(lock_);
+    return lastRequest_;
+}
+
 bool ScriptedServer::readRequest(int connection) {
     std::string received;
     char buffer[65536];
@@ -64,6 +69,8 @@ bool ScriptedServer::readRequest(int connection) {
     std::size_t length = 0;
     while (!stopping_) {
         if (headEnd != std::string::npos && received.size() >= headEnd + 4 + length) {
+            std::lock_guard lock(lock_);
+            lastRequest_ = received;
             return true;
         }
         if (!readable(connection)) {

@@ -10,6 +10,7 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -32,6 +33,8 @@ public:
 
     int port() const { return port_; }
     int connectionsAccepted() const { return accepted_; }
+    // The last request as it came over the wire: head and body.
+    std::string lastRequest() const;
 
     static std::string answer(int status, const std::string& body,
                               const std::string& extraHeaders = {});
@@ -47,6 +50,8 @@ private:
     std::atomic<bool> stopping_ = false;
     std::atomic<int> accepted_ = 0;
     std::atomic<int> requests_ = 0;
+    mutable std::mutex lock_;
+    std::string lastRequest_;
     std::thread acceptor_;
     std::vector<std::thread> connections_;
 };

@@ -1,5 +1,6 @@
-// The HTTP/1.1 exchange with the helper as the wire can make it: kept and dropped
-// connections, both framings, and answers that are held, too large, dripped out or no HTTP.
+// What goes over the wire when the application posts to its helper, and the HTTP/1.1
+// exchange as the wire can make it: kept and dropped connections, both framings, and answers
+// that are held, too large, dripped out or no HTTP.
 
 #include <gtest/gtest.h>
 
@@ -34,6 +35,46 @@ ScriptedReply ok(const std::string& body, const std::string& headers = {}) {
 }
 
 }  // namespace
+
+TEST(Publish, PostsJsonWithBearerTokenAndReturnsBodyOf200) {
+    ScriptedServer server([](int) { return ok(R"({"Type":"ping"})"); });
+    PollManager pm;
+    EXPECT_EQ(bodyOf(post(pm, server)), R"({"Type":"ping"})");
+    const std::string request = server.lastRequest();
+    EXPECT_EQ(request.substr(0, request.find("\r\n")), "POST /request HTTP/1.1");
+    EXPECT_NE(request.find("\r\nContent-Type: application/json\r\n"), std::string::npos);
+    EXPECT_NE(request.find("\r\nAuthorization: Bearer " + pm.bearerToken().toStdString() + "\r\n"),
+              std::string::npos);
+    EXPECT_TRUE(request.ends_with("\r\n\r\n{\"Type\":\"ping\",\"ID\":\"\",\"Data\":\"[]\"}"));
+
+    // An empty token sends no Authorization header at all.
+    (void)bodyOf(pm.publishLocal(kPing, server.port(), QStringLiteral("/request"), QString()));
+    EXPECT_EQ(server.lastRequest().find("Authorization"), std::string::npos);
+}
+
+TEST(Publish, AnyStatusButExactly200IsAPublishFailure) {
+    ScriptedServer server([](int request) {
+        const int statuses[] = {201, 204, 401, 500};
+        return ScriptedReply{ScriptedServer::answer(statuses[(request - 1) % 4], "{}")};
+    });
+    PollManager pm;
+    for (int status : {201, 204, 401, 500}) {
+        EXPECT_EQ(errorOf(post(pm, server)), PollManagerError::publishFailure) << status;
+    }
+}
+
+TEST(Publish, UnformableURLAndRefusedConnectionFailWithoutAnswer) {
+    PollManager pm;
+    EXPECT_EQ(errorOf(pm.publishLocal(kPing, 70000, QStringLiteral("/request"), QString())),
+              PollManagerError::urlError);
+    int closedPort = 0;
+    {
+        ScriptedServer server([](int) { return ok("{}"); });
+        closedPort = server.port();
+    }
+    EXPECT_EQ(errorOf(pm.publishLocal(kPing, closedPort, QStringLiteral("/request"), QString())),
+              TransportError::connectionFailed);
+}
 
 TEST(HttpExchange, OneKeptConnectionCarriesEveryRequestUntilTheHelperSaysClose) {
     ScriptedServer server([](int request) {
