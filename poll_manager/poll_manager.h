@@ -133,7 +133,8 @@ public:
     // Seals the request with a fresh timestamp, posts it and opens the answer,
     // checking it with authTimestamp, all on the transport thread, so a busy GUI
     // thread never pushes an answer past its freshness window. The future holds
-    // the answer's JSON.
+    // the answer's JSON. Requests, like the limits, are made from the manager's own
+    // thread; they go out one after another on one connection.
     QFuture<QJsonValue> request(const KeyExchangeTypeIDAndData& message, std::int64_t port,
                                 const QString& path);
     // The same for a message already encoded as JSON; the future holds the
