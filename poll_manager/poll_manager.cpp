@@ -200,6 +200,10 @@ QByteArrayView bodyOf200(const std::variant<HttpAnswer, std::error_code>& result
 
 QFuture<QByteArray> PollManager::post(QByteArray body, const QUrl& url,
                                       const QString& bearerToken) {
+    // The client speaks plain HTTP, which is all the loopback link needs.
+    if (url.scheme() != u"http" || url.host().isEmpty()) {
+        return failed<QByteArray>(PollManagerError::urlError);
+    }
     auto promise = std::make_shared<QPromise<QByteArray>>();
     QFuture<QByteArray> future = promise->future();
     promise->start();

@@ -67,6 +67,9 @@ TEST(Publish, UnformableURLAndRefusedConnectionFailWithoutAnswer) {
     PollManager pm;
     EXPECT_EQ(errorOf(pm.publishLocal(kPing, 70000, QStringLiteral("/request"), QString())),
               PollManagerError::urlError);
+    EXPECT_EQ(errorOf(pm.publishWithURL(kPing, QUrl(QStringLiteral("https://127.0.0.1:8001/")),
+                                        QString())),
+              PollManagerError::urlError);
     int closedPort = 0;
     {
         ScriptedServer server([](int) { return ok("{}"); });
