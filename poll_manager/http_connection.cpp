@@ -159,9 +159,11 @@ std::variant<HttpAnswer, std::error_code> HttpConnection::post(const QString& ho
         close();
     }
     const QByteArray hostText = host.contains(u':') ? '[' + host.toUtf8() + ']' : host.toUtf8();
-    const QByteArray head = "POST " + target.toByteArray() + " HTTP/1.1\r\nHost: " + hostText +
-                            ':' + QByteArray::number(port) + "\r\n" + extraHeaders.toByteArray() +
-                            "Content-Length: " + QByteArray::number(body.size()) + "\r\n\r\n";
+    QByteArray head;
+    head.reserve(target.size() + hostText.size() + extraHeaders.size() + 96);
+    head.append("POST ").append(target).append(" HTTP/1.1\r\nHost: ").append(hostText);
+    head.append(':').append(QByteArray::number(port)).append("\r\n").append(extraHeaders);
+    head.append("Content-Length: ").append(QByteArray::number(body.size())).append("\r\n\r\n");
 
     // A kept connection the helper closed while it sat idle fails before any answer comes;
     // the request never reached the helper, so it goes once more on a fresh connection.

@@ -59,6 +59,12 @@ void FolderList::placeRows() {
     const int first = std::clamp(top / stride - kRowsBeyondView, 0, count);
     const int last = std::clamp((top + height) / stride + 1 + kRowsBeyondView, first, count);
 
+    // Twice the usual inset on each side, so the rows sit clear of the scroll bar.
+    const int inset = 2 * style()->pixelMetric(QStyle::PM_LayoutLeftMargin);
+    const auto place = [&](FolderStatusRow* row, int index) {
+        row->setGeometry(inset, index * stride, canvas_->width() - 2 * inset, stride - kRowSpacing);
+    };
+
     // A folder still in view keeps its row; the others take whatever rows are left over.
     QHash<QString, FolderStatusRow*> previous = std::exchange(placedByPath_, {});
     QList<int> withoutRow;
@@ -66,14 +72,13 @@ void FolderList::placeRows() {
         const DirItem& folder = folders_.at(index);
         if (FolderStatusRow* row = previous.take(folder.path)) {
             row->setItem(folder);
-            row->move(0, index * stride);
+            place(row, index);
             placedByPath_.insert(folder.path, row);
         } else {
             withoutRow.append(index);
         }
     }
     spare_.append(previous.values());
-    const int inset = 2 * style()->pixelMetric(QStyle::PM_LayoutLeftMargin);
     for (const int index : withoutRow) {
         const DirItem& folder = folders_.at(index);
         FolderStatusRow* row = nullptr;
@@ -83,13 +88,9 @@ void FolderList::placeRows() {
             row = spare_.takeLast();
             row->setItem(folder);
         }
-        row->setGeometry(inset, index * stride, canvas_->width() - 2 * inset, stride - kRowSpacing);
+        place(row, index);
         row->show();
         placedByPath_.insert(folder.path, row);
-    }
-    for (FolderStatusRow* row : std::as_const(placedByPath_)) {
-        row->resize(canvas_->width() - 2 * inset, stride - kRowSpacing);
-        row->move(inset, row->y());
     }
     for (FolderStatusRow* row : std::as_const(spare_)) {
         row->hide();
