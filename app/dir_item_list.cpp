@@ -44,19 +44,19 @@ bool DirItemList::isBusy() const {
                        [](const DirItem& item) { return item.progress() != 1.0; });
 }
 
-QByteArray DirItemList::toJSON() const {
-    qsizetype size = 2 + itemJSON_.size();
-    for (const QByteArray& json : itemJSON_) {
+QByteArray DirItemList::joinJSON(const QList<QByteArray>& elements) {
+    qsizetype size = 2 + elements.size();
+    for (const QByteArray& json : elements) {
         size += json.size();
     }
     QByteArray text;
     text.reserve(size);
     text.append('[');
-    for (qsizetype index = 0; index < itemJSON_.size(); ++index) {
+    for (qsizetype index = 0; index < elements.size(); ++index) {
         if (index > 0) {
             text.append(',');
         }
-        text.append(itemJSON_[index]);
+        text.append(elements[index]);
     }
     text.append(']');
     return text;

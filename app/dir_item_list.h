@@ -26,7 +26,11 @@ public:
     // Some folder is still short of complete, judged by the first that is.
     bool isBusy() const;
     // The same text as JSONEncode(items()).
-    QByteArray toJSON() const;
+    QByteArray toJSON() const { return joinJSON(itemJSON_); }
+    // Each folder's JSON text, in order.
+    const QList<QByteArray>& itemJSON() const { return itemJSON_; }
+    // The JSON array of these elements' texts.
+    static QByteArray joinJSON(const QList<QByteArray>& elements);
 
 private:
     QList<DirItem> items_;

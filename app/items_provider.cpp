@@ -3,7 +3,6 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
-#include <QPointer>
 #include <QTimer>
 
 #include "app/platform/launch_at_login.h"
@@ -33,21 +32,25 @@ QUrl siteURL() {
 
 ItemsProvider::ItemsProvider(ItemsProviderCollaborators collaborators, QObject* parent)
     : PanelModel(parent),
-      exchange_(std::move(collaborators.exchange)),
       helperFolder_(collaborators.helperFolder.isEmpty() ? ProcessManager::defaultResourceDir()
                                                          : collaborators.helperFolder),
       loginURL_(siteURL()),
-      menuBarString_(u"arrow.clockwise"_s) {
+      menuBarString_(u"arrow.clockwise"_s),
+      silenceNoticeAfter_(collaborators.silenceNoticeAfter) {
     isMacOS13_ = collaborators.systemVersion.isAtLeast(13, 0, 0);
     pm_.setRequestLimits(collaborators.requestLimits);
+    const bool standIn = static_cast<bool>(collaborators.exchange);
+    pm_.setExchangeStandIn(std::move(collaborators.exchange));
+    for (const auto changed :
+         {&PanelModel::isLoggedInChanged, &PanelModel::userNameChanged,
+          &PanelModel::dirItemsChanged, &PanelModel::groupsChanged, &PanelModel::isLoadingChanged,
+          &PanelModel::menuBarStringChanged, &PanelModel::isHelperSilentChanged}) {
+        connect(this, changed, this, [this] { loopLink_.modelChanged(); });
+    }
     silenceWatch_ = new QTimer(this);
     silenceWatch_->setSingleShot(true);
-    silenceWatch_->setInterval(collaborators.silenceNoticeAfter);
-    connect(silenceWatch_, &QTimer::timeout, this, [this] {
-        isHelperSilent_ = true;
-        emit isHelperSilentChanged();
-    });
-    silenceWatch_->start();
+    connect(silenceWatch_, &QTimer::timeout, this, &ItemsProvider::watchForSilence);
+    silenceWatch_->start(silenceNoticeAfter_);
     port_ = collaborators.choosePort ? collaborators.choosePort(lowestPort, pastHighestPort)
                                      : pm_.randomOpenPort(lowestPort, pastHighestPort);
 
@@ -76,7 +79,7 @@ ItemsProvider::ItemsProvider(ItemsProviderCollaborators collaborators, QObject* 
         QTimer::singleShot(collaborators.legacyLifetime, Qt::PreciseTimer,
                            QCoreApplication::instance(), &QCoreApplication::quit);
     }
-    if (exchange_) {
+    if (standIn) {
         // A stand-in has nothing to print first: it answers from the start.
         isFirstRun_ = false;
         startRequestLoop();
@@ -86,6 +89,8 @@ ItemsProvider::ItemsProvider(ItemsProviderCollaborators collaborators, QObject* 
 }
 
 ItemsProvider::~ItemsProvider() {
+    // First, so that no answer is passed on to a model going away.
+    pm_.stopTransport();
     pm_.processManager().stopWithin(ProcessManager::defaultStopGrace);
     if (supervision_.joinable()) {
         supervision_.join();
@@ -120,42 +125,29 @@ void ItemsProvider::superviseHelper() {
 }
 
 void ItemsProvider::startRequestLoop() {
-    // One timer for the whole loop: a fresh one for every ping would be made, registered
-    // and destroyed ten times a second.
-    if (requestTimer_ == nullptr) {
-        requestTimer_ = new QTimer(this);
-        requestTimer_->setSingleShot(true);
-        requestTimer_->setInterval(requestInterval);
-        connect(requestTimer_, &QTimer::timeout, this, &ItemsProvider::sendPing);
-    }
-    requestTimer_->start();
+    loopLink_.setFolders(dirItems_.itemJSON());
+    pm_.startRequestLoop(
+        port_, u"/request"_s,
+        {.interval = requestInterval,
+         .message = [this] { return loopLink_.pingMessage(); },
+         .answered = [this](std::optional<QByteArray> text) { loopAnswered(std::move(text)); }});
 }
 
-void ItemsProvider::sendPing() {
-    // The answer was applied on the GUI thread, where this runs then too. A ping still on
-    // its way when the model goes away ends cancelled, from the model's own destruction,
-    // when a continuation bound to the model would find it gone.
-    send(pingMessage()).then(QtFuture::Launch::Sync, [model = QPointer<ItemsProvider>(this)] {
-        if (model) {
-            model->startRequestLoop();
-        }
-    });
-}
-
-const QByteArray& ItemsProvider::pingMessage() {
-    if (!pingMessage_) {
-        // TypeIDAndData's own encoding, with the folders' JSON written straight
-        // from the list's kept UTF-8 text.
-        JSONWriter writer;
-        writer.beginObject();
-        writer.member("Type"_L1, u"ping"_s);
-        writer.member("ID"_L1, QString());
-        writer.key("Data"_L1);
-        writer.valueFromUTF8(dirItems_.toJSON());
-        writer.endObject();
-        pingMessage_ = std::move(writer).text();
+void ItemsProvider::loopAnswered(std::optional<QByteArray> text) {
+    if (!text) {
+        return;  // nothing changes; the silence watch sees that nothing was heard
     }
-    return *pingMessage_;
+    loopLink_.heard();
+    HelperAnswer answer = answerReader_->read(*text);
+    if (loopLink_.mustPassOn(*text, answer)) {
+        QMetaObject::invokeMethod(
+            this,
+            [this, answer = std::move(answer)] {
+                heardFromHelper();
+                applyAnswer(answer);
+            },
+            Qt::QueuedConnection);
+    }
 }
 
 void ItemsProvider::publish(const QString& type, const QString& id, const QString& data) {
@@ -170,10 +162,7 @@ QFuture<void> ItemsProvider::publishAndWait(const QString& type, const QString& 
 QFuture<void> ItemsProvider::send(QByteArray messageJSON) {
     // The answer is opened and read on the transport thread; only applying it
     // touches the model, here on the GUI thread.
-    QFuture<QByteArray> answerText =
-        exchange_ ? exchange_(messageJSON)
-                  : pm_.requestJSONText(std::move(messageJSON), port_, u"/request"_s);
-    return answerText
+    return pm_.requestJSONText(std::move(messageJSON), port_, u"/request"_s)
         .then([reader = answerReader_](const QByteArray& text) { return reader->read(text); })
         .then(this,
               [this](const HelperAnswer& answer) {
@@ -184,9 +173,23 @@ QFuture<void> ItemsProvider::send(QByteArray messageJSON) {
 }
 
 void ItemsProvider::heardFromHelper() {
-    silenceWatch_->start();
+    loopLink_.heard();
+    silenceWatch_->start(silenceNoticeAfter_);
     if (isHelperSilent_) {
         isHelperSilent_ = false;
+        loopLink_.setSilenceShown(false);
+        emit isHelperSilentChanged();
+    }
+}
+
+void ItemsProvider::watchForSilence() {
+    const auto quietFor = RequestLoopLink::Clock::now() - loopLink_.lastHeard();
+    if (quietFor < silenceNoticeAfter_) {
+        silenceWatch_->start(
+            std::chrono::ceil<std::chrono::milliseconds>(silenceNoticeAfter_ - quietFor));
+    } else if (!isHelperSilent_) {
+        isHelperSilent_ = true;
+        loopLink_.setSilenceShown(true);
         emit isHelperSilentChanged();
     }
 }
@@ -237,7 +240,7 @@ void ItemsProvider::updateItem(const QList<DirItem>& dirItems) {
 }
 
 void ItemsProvider::foldersChanged() {
-    pingMessage_.reset();
+    loopLink_.setFolders(dirItems_.itemJSON());
     ++generation_;
     emit dirItemsChanged();
 }

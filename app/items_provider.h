@@ -23,6 +23,7 @@
 #include "panel_model.h"
 #include "poll_manager/poll_manager.h"
 #include "records/records.h"
+#include "request_loop_link.h"
 #include "system_version.h"
 
 // What the model takes from the world around it. Each collaborator left empty is the real one:
@@ -47,8 +48,9 @@ struct ItemsProviderCollaborators {
     QString helperFolder{};
     // A stand-in for the helper: no child runs, the request loop starts at once, and each
     // request's JSON goes here; the future holds the answer's JSON text, or fails as a
-    // transport does.
-    std::function<QFuture<QByteArray>(const QByteArray& messageJSON)> exchange{};
+    // transport does. The loop's pings come from the transport thread, which waits for
+    // their futures.
+    PollManager::ExchangeStandIn exchange{};
 };
 
 class ItemsProvider : public PanelModel {
@@ -59,8 +61,8 @@ public:
     // single-instance exit, then the helper's supervision in the background.
     explicit ItemsProvider(ItemsProviderCollaborators collaborators = {},
                            QObject* parent = nullptr);
-    // Stops the helper (SIGTERM, and SIGKILL after two seconds) and waits for its
-    // supervision to end.
+    // Ends the exchanges under way, stops the helper (SIGTERM, and SIGKILL after two seconds)
+    // and waits for its supervision to end.
     ~ItemsProvider() override;
 
     bool isMacOS13() const override { return isMacOS13_; }
@@ -93,23 +95,24 @@ private:
     // Applies one answer from the helper, whatever request it answers.
     void applyAnswer(const HelperAnswer& answer);
     void updateItem(const QList<DirItem>& dirItems);
-    // The encoded ping the request loop sends next, carrying the JSON of
-    // dirItems; encoded again only after the folders change.
-    const QByteArray& pingMessage();
     void superviseHelper();
     void startRequestLoop();
-    void sendPing();
+    // On the transport thread: the loop's answer, or nothing for a failed exchange.
+    void loopAnswered(std::optional<QByteArray> text);
     QFuture<void> send(QByteArray messageJSON);
     void setIsLoggedIn(bool isLoggedIn);
     void setIsLoading(bool isLoading);
     // An answer came through: the helper is not silent, and the watch starts over.
     void heardFromHelper();
+    // The notice goes up once nothing was heard for silenceNoticeAfter_; until then the watch
+    // waits for the rest of that time.
+    void watchForSilence();
     void removeFolder(const QString& path);
     void foldersChanged();
 
     bool isMacOS13_ = false;
+    RequestLoopLink loopLink_;
     PollManager pm_;
-    std::function<QFuture<QByteArray>(const QByteArray&)> exchange_;
     QString helperFolder_;
     std::atomic<bool> isFirstRun_ = true;
     std::int64_t port_ = 0;
@@ -122,10 +125,9 @@ private:
     QUrl loginURL_;
     QString menuBarString_;
     bool isHelperSilent_ = false;
+    std::chrono::milliseconds silenceNoticeAfter_;
     QTimer* silenceWatch_ = nullptr;
-    QTimer* requestTimer_ = nullptr;
 
-    std::optional<QByteArray> pingMessage_;
     std::shared_ptr<HelperAnswerReader> answerReader_ = std::make_shared<HelperAnswerReader>();
     // Counts changes of the published fields, so that a folder list read last
     // time and merged since with nothing else changed can be skipped.

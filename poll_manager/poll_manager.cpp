@@ -204,6 +204,9 @@ QFuture<QByteArray> PollManager::post(QByteArray body, const QUrl& url,
     if (url.scheme() != u"http" || url.host().isEmpty()) {
         return failed<QByteArray>(PollManagerError::urlError);
     }
+    if (!worker_) {
+        return failed<QByteArray>(TransportError::cancelled);
+    }
     auto promise = std::make_shared<QPromise<QByteArray>>();
     QFuture<QByteArray> future = promise->future();
     promise->start();
@@ -231,31 +234,84 @@ QFuture<QJsonValue> PollManager::request(const KeyExchangeTypeIDAndData& message
 
 QFuture<QByteArray> PollManager::requestJSONText(QByteArray messageJSON, std::int64_t port,
                                                  const QString& path) {
-    // The loop asks for the same address ten times a second; a URL is built once for it.
-    if (!requestEndpoint_ || requestEndpoint_->port != port || requestEndpoint_->path != path) {
-        const QUrl url = LocalURL(port, path);
-        if (!url.isValid()) {
-            return failed<QByteArray>(PollManagerError::urlError);
-        }
-        requestEndpoint_ = RequestEndpoint{port, path, url.host(), requestTarget(url)};
+    if (exchangeStandIn_) {
+        return exchangeStandIn_(messageJSON);
+    }
+    const RequestEndpoint* const to = endpoint(port, path);
+    if (to == nullptr) {
+        return failed<QByteArray>(PollManagerError::urlError);
+    }
+    if (!worker_) {
+        return failed<QByteArray>(TransportError::cancelled);
     }
     auto promise = std::make_shared<QPromise<QByteArray>>();
     QFuture<QByteArray> future = promise->future();
     promise->start();
-    worker_->submit([this, messageJSON = std::move(messageJSON), endpoint = *requestEndpoint_,
-                     promise, limits = requestLimits_](HttpConnection& connection) {
+    worker_->submit([this, messageJSON = std::move(messageJSON), to = *to, promise,
+                     limits = requestLimits_](HttpConnection& connection) {
         try {
-            const QByteArray body =
-                kes_->encryptToJSON(messageJSON, KeyExchangeCurrentTimestampData());
-            promise->addResult(openAnswer(
-                bodyOf200(connection.post(endpoint.host, static_cast<int>(endpoint.port),
-                                          endpoint.target, requestHeaders_, body, limits))));
+            promise->addResult(exchange(connection, messageJSON, to, limits));
         } catch (...) {
             promise->setException(std::current_exception());
         }
         promise->finish();
     });
     return future;
+}
+
+void PollManager::startRequestLoop(std::int64_t port, const QString& path, RequestLoop loop) {
+    const RequestEndpoint* const to = endpoint(port, path);
+    if (to == nullptr || !worker_) {
+        return;
+    }
+    const auto interval = loop.interval;
+    worker_->repeat(
+        [this, loop = std::move(loop), to = *to, limits = requestLimits_,
+         standIn = exchangeStandIn_](HttpConnection& connection) {
+            const QByteArray message = loop.message();
+            std::optional<QByteArray> answer;
+            try {
+                if (standIn) {
+                    QFuture<QByteArray> future = standIn(message);
+                    future.waitForFinished();
+                    answer = future.result();
+                } else {
+                    answer = exchange(connection, message, to, limits);
+                }
+            } catch (...) {
+                // A failed exchange changes nothing; the next one follows at the interval.
+            }
+            loop.answered(std::move(answer));
+        },
+        interval);
+}
+
+void PollManager::stopRequestLoop() {
+    if (worker_) {
+        worker_->stopRepeating();
+    }
+}
+
+void PollManager::stopTransport() {
+    worker_.reset();
+}
+
+const PollManager::RequestEndpoint* PollManager::endpoint(std::int64_t port, const QString& path) {
+    if (!requestEndpoint_ || requestEndpoint_->port != port || requestEndpoint_->path != path) {
+        const QUrl url = LocalURL(port, path);
+        if (!url.isValid()) {
+            return nullptr;
+        }
+        requestEndpoint_ = RequestEndpoint{port, path, url.host(), requestTarget(url)};
+    }
+    return &*requestEndpoint_;
+}
+
+QByteArray PollManager::exchange(HttpConnection& connection, const QByteArray& messageJSON,
+                                 const RequestEndpoint& endpoint, const HttpLimits& limits) {
+    const QByteArray body = kes_->encryptToJSON(messageJSON, KeyExchangeCurrentTimestampData());
+    return openAnswer(bodyOf200(connection.post(endpoint.host, static_cast<int>(endpoint.port),
+                                                endpoint.target, requestHeaders_, body, limits)));
 }
 
 QByteArray PollManager::decryptJSONText(QByteArrayView data, const KeyExchangeStore& store,

@@ -11,6 +11,7 @@
 #include <QString>
 #include <QUrl>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -22,6 +23,7 @@
 #include "key_exchange/key_exchange.h"
 #include "process_manager/process_manager.h"
 
+class HttpConnection;
 class QTimer;
 class TransportWorker;
 
@@ -142,6 +144,29 @@ public:
     QFuture<QByteArray> requestJSONText(QByteArray messageJSON, std::int64_t port,
                                         const QString& path);
 
+    // A request repeated for as long as the helper runs. It lives on the transport thread:
+    // `interval` after it starts and after each exchange ends, `message` gives the JSON to
+    // send, which goes out as requestJSONText sends it, and `answered` gets the answer's
+    // plaintext JSON, or nothing when the exchange failed. Both run on the transport thread,
+    // so a ping at rest wakes no other thread of the application.
+    struct RequestLoop {
+        std::chrono::milliseconds interval;
+        std::function<QByteArray()> message;
+        std::function<void(std::optional<QByteArray>)> answered;
+    };
+    // Replaces an earlier loop; from the manager's own thread.
+    void startRequestLoop(std::int64_t port, const QString& path, RequestLoop loop);
+    void stopRequestLoop();
+    // Ends every exchange at once, the loop's as well, and waits until none runs: after it,
+    // no callback of a request or of the loop is called, and new requests fail as cancelled.
+    void stopTransport();
+
+    // Stands in for sealing, posting and opening: the future holds the answer's JSON text, or
+    // fails as a transport does. The loop waits for it on the transport thread, so it must
+    // finish. For models tried without a helper.
+    using ExchangeStandIn = std::function<QFuture<QByteArray>(const QByteArray& messageJSON)>;
+    void setExchangeStandIn(ExchangeStandIn standIn) { exchangeStandIn_ = std::move(standIn); }
+
     // No silence watch unless a caller asks for one.
     static constexpr double defaultPingTimeLimit = 0.0;
 
@@ -172,6 +197,12 @@ private:
         return promise.future();
     }
     static void checkAuth(const KeyExchangeAEADStore& envelope, const KeyExchangeAuth& auth);
+    struct RequestEndpoint;
+    // The loop asks for the same address ten times a second; it is built once for it.
+    const RequestEndpoint* endpoint(std::int64_t port, const QString& path);
+    // Seals, posts and opens on the transport thread; throws what a failed exchange throws.
+    QByteArray exchange(HttpConnection& connection, const QByteArray& messageJSON,
+                        const RequestEndpoint& endpoint, const HttpLimits& limits);
     void startPingTimer(double pingTimeLimit, std::function<void()> pingTimeout);
 
     QString bearerToken_;
@@ -194,6 +225,7 @@ private:
     };
     std::optional<RequestEndpoint> requestEndpoint_;
     QByteArray requestHeaders_;  // the header lines every request to the helper carries
+    ExchangeStandIn exchangeStandIn_;
     // Last, so that it goes first: its jobs use the store and the freshness check.
     std::unique_ptr<TransportWorker> worker_;
 };

@@ -5,7 +5,10 @@
 
 #include <QPromise>
 #include <QTest>
+#include <chrono>
 #include <memory>
+#include <mutex>
+#include <optional>
 
 #include "app/items_provider.h"
 #include "helper_choice.h"
@@ -27,7 +30,8 @@ DirItem folder(const QString& path, const QString& status) {
 }
 
 // Answers every request but the loop's pings at once, with the text a test set last; holds
-// each ping until the test asks for the next one.
+// each ping until the test asks for the next one, unless told how to answer pings. The pings
+// come from the transport thread.
 class StandInHelper {
 public:
     ItemsProviderCollaborators collaborators() {
@@ -38,20 +42,30 @@ public:
         collaborators.setLaunchAtLogin = [](bool) {};
         collaborators.exitIfAlreadyOpen = [] {};
         collaborators.exchange = [this](const QByteArray& json) { return exchange(json); };
+        collaborators.silenceNoticeAfter = kSilenceNoticeAfter;
         return collaborators;
     }
+    static constexpr std::chrono::milliseconds kSilenceNoticeAfter{300};
 
     QByteArray answer;
 
+    // Every ping from now on is answered at once, with this text.
+    void answerPingsWith(const QByteArray& json) {
+        std::lock_guard lock(lock_);
+        pingAnswer_ = json;
+    }
+
     // Fails the ping in flight, as a transport would, and gives the JSON of the next one.
     QByteArray nextPing() {
-        const qsizetype seen = pings_.size();
+        const qsizetype seen = pingsSeen();
         failPendingPing();
-        EXPECT_TRUE(waitUntil([&] { return pings_.size() > seen; }, 2000));
+        EXPECT_TRUE(waitUntil([&] { return pingsSeen() > seen; }, 2000));
+        std::lock_guard lock(lock_);
         return pings_.isEmpty() ? QByteArray() : pings_.last();
     }
 
     void failPendingPing() {
+        std::lock_guard lock(lock_);
         if (pendingPing_) {
             pendingPing_->setException(
                 std::make_exception_ptr(std::system_error(TransportError::timedOut)));
@@ -65,14 +79,25 @@ private:
         if (!json.startsWith(R"({"Type":"ping")")) {
             return QtFuture::makeReadyFuture(answer);
         }
+        std::lock_guard lock(lock_);
         pings_.append(json);
+        if (pingAnswer_) {
+            return QtFuture::makeReadyFuture(*pingAnswer_);
+        }
         pendingPing_ = std::make_shared<QPromise<QByteArray>>();
         pendingPing_->start();
         return pendingPing_->future();
     }
 
+    qsizetype pingsSeen() {
+        std::lock_guard lock(lock_);
+        return pings_.size();
+    }
+
+    std::mutex lock_;
     QList<QByteArray> pings_;
     std::shared_ptr<QPromise<QByteArray>> pendingPing_;
+    std::optional<QByteArray> pingAnswer_;
 };
 
 class AnswerRule : public ::testing::Test {
@@ -89,6 +114,7 @@ protected:
             TypeIDAndData{u"ping"_s, QString(), QString::fromUtf8(JSONEncode(model().dirItems()))});
     }
     QByteArray nextPing() { return standIn_.nextPing(); }
+    StandInHelper& standIn() { return standIn_; }
 
     // The stand-in answers a request with this text, and the model applies it.
     void answer(const QByteArray& json) {
@@ -206,6 +232,23 @@ TEST_F(AnswerRule, DeletedFolderIsRemovedAgainWhenAnAnswerBringsItBackWithinHalf
     answerWith(QList{gone});  // watched again later: it stays
     QTest::qWait(600);
     EXPECT_EQ(model().dirItems(), (QList{kept, gone}));
+}
+
+// At rest the helper says the same thing ten times a second; the model must still take a
+// repeat once it has changed on its own, and a helper that keeps answering is never silent.
+TEST_F(AnswerRule, LoopAnswersThatRepeatThemselvesApplyAgainOnceTheModelChanged) {
+    const DirItem kept = folder(u"/kept"_s, u"Up to date"_s);
+    const DirItem gone = folder(u"/gone"_s, u"Up to date"_s);
+    standIn().answerPingsWith(JSONEncode(QList{gone, kept}));
+    ASSERT_TRUE(waitUntil([&] { return model().dirItems() == QList{gone, kept}; }, 2000));
+
+    QTest::qWait(static_cast<int>(StandInHelper::kSilenceNoticeAfter.count()) * 3);
+    EXPECT_FALSE(model().isHelperSilent());
+
+    model().deleteItem(gone.path);
+    EXPECT_EQ(model().dirItems(), QList{kept});
+    // The helper still reports the folder, as one that was told to stop a moment too late.
+    EXPECT_TRUE(waitUntil([&] { return model().dirItems().size() == 2; }, 2000));
 }
 
 TEST(HelperChoice, BetaBuildWinsAndOnlyExactlyArm64PicksTheArmBuilds) {
