@@ -278,6 +278,10 @@ void PollManager::startRequestLoop(std::int64_t port, const QString& path, Reque
                 } else {
                     answer = exchange(connection, message, to, limits);
                 }
+            } catch (const std::system_error& error) {
+                if (error.code() == TransportError::cancelled) {
+                    return;  // the transport is ending: nobody waits for this answer
+                }
             } catch (...) {
                 // A failed exchange changes nothing; the next one follows at the interval.
             }

@@ -130,6 +130,26 @@ void PanelWindow::keyPressEvent(QKeyEvent* event) {
     QWidget::keyPressEvent(event);
 }
 
+void PanelWindow::hideEvent(QHideEvent* event) {
+    QWidget::hideEvent(event);
+    QTimer::singleShot(0, this, &PanelWindow::releaseWindowWhileHidden);
+}
+
+void PanelWindow::releaseWindowWhileHidden() {
+    // The panel is hidden far longer than it is shown: its window, and the window-sized image
+    // it is drawn into, go back to the window system until it opens again. Not while a
+    // dialog it opened is still up.
+    if (isVisible() || !testAttribute(Qt::WA_WState_Created)) {
+        return;
+    }
+    for (const QWidget* child : findChildren<QWidget*>()) {
+        if (child->isWindow() && child->isVisible()) {
+            return;
+        }
+    }
+    destroy();
+}
+
 void PanelWindow::closeEvent(QCloseEvent* event) {
     QWidget::closeEvent(event);
     if (!isPopup_) {

@@ -40,12 +40,14 @@ protected:
     void keyPressEvent(QKeyEvent* event) override;
     void paintEvent(QPaintEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
+    void hideEvent(QHideEvent* event) override;
 
 private:
     void setPopup(bool popup);
     // The login screen and the tabs differ in size; the popup keeps to its anchor.
     void fitToScreen();
     void closeIfFocusLeft();
+    void releaseWindowWhileHidden();
 
     MenuBarView* menuBarView_;
     bool isPopup_ = true;

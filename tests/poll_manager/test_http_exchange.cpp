@@ -4,7 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <vector>
 
 #include "poll_manager/poll_manager.h"
 #include "records/records.h"
@@ -171,4 +176,75 @@ TEST(HttpExchange, WhatIsNotAWholeHTTPAnswerFailsTheRequestAlone) {
     EXPECT_EQ(errorOf(post(pm, server)), TransportError::malformedAnswer);
     EXPECT_EQ(bodyOf(post(pm, server)), "after interim");
     EXPECT_EQ(bodyOf(post(pm, server)), "fine");
+}
+
+// The request loop on the transport thread: each exchange `interval` after the last one ended,
+// whatever became of it, the message asked for anew each time, requests from elsewhere in
+// between, and nothing more once it is stopped or the transport ends under a held request.
+TEST(RequestLoop, RepeatsAtItsIntervalThroughFailuresLetsRequestsInAndEndsWhenStopped) {
+    std::atomic<bool> holdFromNowOn = false;
+    ScriptedServer server([&](int) -> ScriptedReply {
+        if (holdFromNowOn) {
+            return {.hold = true};
+        }
+        return {ScriptedServer::answer(500, "no")};
+    });
+    // Sealing needs the helper's key; the helper is the scripted server, which opens nothing.
+    const QString helperKey = KeyExchange_Curve25519_SHA256_HKDF_AESGCM()->LocalPublicKey();
+    PollManager pm([&helperKey] {
+        auto store = KeyExchange_Curve25519_SHA256_HKDF_AESGCM();
+        store->setExternalPublicKey(helperKey);
+        return store;
+    });
+    std::mutex lock;
+    std::vector<std::chrono::steady_clock::time_point> asked, answered;
+    int answersWithText = 0;
+    constexpr auto interval = 30ms;
+    pm.startRequestLoop(server.port(), QStringLiteral("/request"),
+                        {.interval = interval,
+                         .message =
+                             [&] {
+                                 std::lock_guard guard(lock);
+                                 asked.push_back(std::chrono::steady_clock::now());
+                                 return JSONEncode(kPing);
+                             },
+                         .answered =
+                             [&](std::optional<QByteArray> text) {
+                                 std::lock_guard guard(lock);
+                                 answered.push_back(std::chrono::steady_clock::now());
+                                 answersWithText += text ? 1 : 0;
+                             }});
+    const auto count = [&] {
+        std::lock_guard guard(lock);
+        return answered.size();
+    };
+    ASSERT_TRUE(testing_support::waitUntil([&] { return count() >= 4; }, 2000));
+    EXPECT_NE(server.lastRequest().find("POST /request "), std::string::npos);
+    EXPECT_EQ(errorOf(post(pm, server)), PollManagerError::publishFailure);
+
+    pm.stopRequestLoop();
+    const std::size_t atStop = count();
+    std::this_thread::sleep_for(interval * 4);
+    {
+        std::lock_guard guard(lock);
+        EXPECT_LE(answered.size(), atStop + 1);  // one may have been under way
+        EXPECT_EQ(answersWithText, 0);
+        for (std::size_t index = 1; index < asked.size(); ++index) {
+            EXPECT_GE(asked[index] - answered[index - 1], interval) << index;
+        }
+    }
+
+    // Stopping the transport ends a held exchange at once, and no callback follows.
+    holdFromNowOn = true;
+    pm.startRequestLoop(server.port(), QStringLiteral("/request"),
+                        {.interval = 1ms,
+                         .message = [] { return JSONEncode(kPing); },
+                         .answered = [&](std::optional<QByteArray>) { ADD_FAILURE(); }});
+    ASSERT_TRUE(testing_support::waitUntil(
+        [&] { return server.connectionsAccepted() >= 1 && !server.lastRequest().empty(); }, 2000));
+    std::this_thread::sleep_for(50ms);
+    const auto stopping = std::chrono::steady_clock::now();
+    pm.stopTransport();
+    EXPECT_LT(std::chrono::steady_clock::now() - stopping, 1s);
+    EXPECT_EQ(errorOf(post(pm, server)), TransportError::cancelled);
 }
