@@ -138,11 +138,12 @@ void ItemsProvider::loopAnswered(std::optional<QByteArray> text) {
         return;  // nothing changes; the silence watch sees that nothing was heard
     }
     loopLink_.heard();
-    HelperAnswer answer = answerReader_->read(*text);
-    if (loopLink_.mustPassOn(*text, answer)) {
+    std::optional<HelperAnswer> answer = loopLink_.answerToPassOn(
+        *text, [this](const QByteArray& read) { return answerReader_->read(read); });
+    if (answer) {
         QMetaObject::invokeMethod(
             this,
-            [this, answer = std::move(answer)] {
+            [this, answer = std::move(*answer)] {
                 heardFromHelper();
                 applyAnswer(answer);
             },
@@ -163,7 +164,10 @@ QFuture<void> ItemsProvider::send(QByteArray messageJSON) {
     // The answer is opened and read on the transport thread; only applying it
     // touches the model, here on the GUI thread.
     return pm_.requestJSONText(std::move(messageJSON), port_, u"/request"_s)
-        .then([reader = answerReader_](const QByteArray& text) { return reader->read(text); })
+        .then([reader = answerReader_, link = &loopLink_](const QByteArray& text) {
+            link->heard();
+            return reader->read(text);
+        })
         .then(this,
               [this](const HelperAnswer& answer) {
                   heardFromHelper();
@@ -173,7 +177,6 @@ QFuture<void> ItemsProvider::send(QByteArray messageJSON) {
 }
 
 void ItemsProvider::heardFromHelper() {
-    loopLink_.heard();
     silenceWatch_->start(silenceNoticeAfter_);
     if (isHelperSilent_) {
         isHelperSilent_ = false;
@@ -224,7 +227,7 @@ void ItemsProvider::applyAnswer(const HelperAnswer& answer) {
 void ItemsProvider::updateItem(const QList<DirItem>& dirItems) {
     // The list merged last time, repeated with nothing changed since: merging
     // it again would change nothing either.
-    if (generation_ == generationAfterMerge_ && dirItems.isSharedWith(lastMergedFolders_)) {
+    if (loopLink_.revision() == revisionAfterMerge_ && dirItems.isSharedWith(lastMergedFolders_)) {
         return;
     }
     if (dirItems_.merge(dirItems)) {
@@ -236,12 +239,11 @@ void ItemsProvider::updateItem(const QList<DirItem>& dirItems) {
         setMenuBarString();
     }
     lastMergedFolders_ = dirItems;
-    generationAfterMerge_ = generation_;
+    revisionAfterMerge_ = loopLink_.revision();
 }
 
 void ItemsProvider::foldersChanged() {
     loopLink_.setFolders(dirItems_.itemJSON());
-    ++generation_;
     emit dirItemsChanged();
 }
 
@@ -286,7 +288,6 @@ void ItemsProvider::setUserName(const QString& userName) {
 void ItemsProvider::setIsLoggedIn(bool isLoggedIn) {
     if (isLoggedIn_ != isLoggedIn) {
         isLoggedIn_ = isLoggedIn;
-        ++generation_;
         emit isLoggedInChanged();
     }
 }
@@ -294,7 +295,6 @@ void ItemsProvider::setIsLoggedIn(bool isLoggedIn) {
 void ItemsProvider::setIsLoading(bool isLoading) {
     if (isLoading_ != isLoading) {
         isLoading_ = isLoading;
-        ++generation_;
         emit isLoadingChanged();
     }
 }

@@ -129,10 +129,9 @@ private:
     QTimer* silenceWatch_ = nullptr;
 
     std::shared_ptr<HelperAnswerReader> answerReader_ = std::make_shared<HelperAnswerReader>();
-    // Counts changes of the published fields, so that a folder list read last
-    // time and merged since with nothing else changed can be skipped.
-    std::uint64_t generation_ = 1;
+    // The folder list merged last, and the count of the model's changes right after: the same
+    // list again with nothing changed since need not be merged.
     QList<DirItem> lastMergedFolders_;
-    std::uint64_t generationAfterMerge_ = 0;
+    std::uint64_t revisionAfterMerge_ = 0;
     std::thread supervision_;
 };

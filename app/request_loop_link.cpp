@@ -33,17 +33,9 @@ QByteArray RequestLoopLink::pingMessage() {
     return ping_;
 }
 
-bool RequestLoopLink::mustPassOn(const QByteArray& text, const HelperAnswer& answer) {
+bool RequestLoopLink::isLogged(const HelperAnswer& answer) {
     const auto* envelope = std::get_if<TypeIDAndData>(&answer);
-    const bool logs =
-        std::holds_alternative<UndecodableAnswer>(answer) ||
-        (envelope != nullptr && envelope->type != "auth request"_L1 && envelope->type != "ping"_L1);
-    const std::uint64_t revision = revision_.load(std::memory_order_relaxed);
-    if (!logs && !silenceShown_.load(std::memory_order_relaxed) && revision == revisionPassedOn_ &&
-        text == lastPassedOn_) {
-        return false;
-    }
-    lastPassedOn_ = text;
-    revisionPassedOn_ = revision;
-    return true;
+    return std::holds_alternative<UndecodableAnswer>(answer) ||
+           (envelope != nullptr && envelope->type != "auth request"_L1 &&
+            envelope->type != "ping"_L1);
 }

@@ -12,6 +12,7 @@
 #include <chrono>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 
 #include "helper_answer.h"
 
@@ -24,6 +25,8 @@ public:
     void setFolders(const QList<QByteArray>& folderJSON);
     // Something the model publishes changed: the next answer is passed on even if it repeats.
     void modelChanged() { revision_.fetch_add(1, std::memory_order_relaxed); }
+    // Counts those changes.
+    std::uint64_t revision() const { return revision_.load(std::memory_order_relaxed); }
     // While the user is told the helper is silent, every answer is passed on, so that the
     // first one clears the notice.
     void setSilenceShown(bool shown) { silenceShown_.store(shown, std::memory_order_relaxed); }
@@ -38,11 +41,27 @@ public:
     // From the transport thread.
     // The JSON of the ping to send now: its data is the folders' JSON array, as text.
     QByteArray pingMessage();
-    // False only for the very answer passed on last time, with nothing changed since and
-    // nothing to log: an answer of no known shape or type is passed on every time.
-    bool mustPassOn(const QByteArray& text, const HelperAnswer& answer);
+    // The answer the model must see, as `read` reads it from the text, or nothing. Nothing
+    // only for the very text passed on last time, with nothing changed since and nothing to
+    // log, and such a text is not read again: an answer of no known shape or type is passed
+    // on every time.
+    template <typename Read>
+    std::optional<HelperAnswer> answerToPassOn(const QByteArray& text, Read read) {
+        const std::uint64_t now = revision();
+        if (!lastPassedOnLogs_ && !silenceShown_.load(std::memory_order_relaxed) &&
+            now == revisionPassedOn_ && text == lastPassedOn_) {
+            return std::nullopt;
+        }
+        HelperAnswer answer = read(text);
+        lastPassedOnLogs_ = isLogged(answer);
+        lastPassedOn_ = text;
+        revisionPassedOn_ = now;
+        return answer;
+    }
 
 private:
+    static bool isLogged(const HelperAnswer& answer);
+
     std::mutex lock_;
     QList<QByteArray> folderJSON_;  // guarded by lock_
 
@@ -50,6 +69,7 @@ private:
     QList<QByteArray> pingFolders_;
     QByteArray ping_;
     QByteArray lastPassedOn_;
+    bool lastPassedOnLogs_ = false;
     std::uint64_t revisionPassedOn_ = 0;
 
     std::atomic<std::uint64_t> revision_ = 1;

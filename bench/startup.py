@@ -26,6 +26,7 @@ usage: startup [--runs N] [--memory-seconds S] [--rest-runs N] [--cpu-seconds S]
 """
 
 import argparse
+import contextlib
 import os
 import re
 import selectors
@@ -150,29 +151,36 @@ def keep_polling(application, seconds):
         application.check_running()
 
 
-def memory_run(processes, desktop, seconds):
-    """KiB figures of the application and of its helper after `seconds` of polling, and
-    the application's VmRSS every ten seconds on the way."""
+@contextlib.contextmanager
+def logged_in_application(processes, desktop):
+    """The application in a fresh home with the watched folders, once it has answered."""
     home = Home()
     try:
         seed_watched_folders(home)
         application = Application(APPLICATION, processes, desktop, home)
         try:
             application.wait_for_first_answer()
-            trend = []
-            for elapsed in range(1, seconds + 1):
-                time.sleep(max(0.0, application.started_ns / 1e9 + elapsed - time.monotonic()))
-                application.read_now()
-                application.check_running()
-                if elapsed % 10 == 0 or elapsed == seconds:
-                    trend.append((elapsed, memory_of(application.process.pid)["VmRSS"]))
-            helper = application.helper_pid()
-            return (memory_of(application.process.pid),
-                    memory_of(helper) if helper else None, trend)
+            yield application
         finally:
             application.stop()
     finally:
         home.remove()
+
+
+def memory_run(processes, desktop, seconds):
+    """KiB figures of the application and of its helper after `seconds` of polling, and
+    the application's VmRSS every ten seconds on the way."""
+    with logged_in_application(processes, desktop) as application:
+        trend = []
+        for elapsed in range(1, seconds + 1):
+            time.sleep(max(0.0, application.started_ns / 1e9 + elapsed - time.monotonic()))
+            application.read_now()
+            application.check_running()
+            if elapsed % 10 == 0 or elapsed == seconds:
+                trend.append((elapsed, memory_of(application.process.pid)["VmRSS"]))
+        helper = application.helper_pid()
+        return (memory_of(application.process.pid),
+                memory_of(helper) if helper else None, trend)
 
 
 def panels(desktop, pid):
@@ -201,24 +209,15 @@ def open_and_close_panel(desktop, application):
 def rest_run(processes, desktop, cpu_s):
     """The application's CPU % of one core at rest, and its VmRSS in KiB after the panel
     was opened once and closed again."""
-    home = Home()
-    try:
-        seed_watched_folders(home)
-        application = Application(APPLICATION, processes, desktop, home)
-        try:
-            application.wait_for_first_answer()
-            keep_polling(application, REST_SETTLE_S)
-            pid = application.process.pid
-            cpu_before, started = cpu_seconds(pid), time.monotonic()
-            keep_polling(application, cpu_s)
-            cpu_percent = 100 * (cpu_seconds(pid) - cpu_before) / (time.monotonic() - started)
-            open_and_close_panel(desktop, application)
-            keep_polling(application, AFTER_PANEL_S)
-            return cpu_percent, memory_of(pid)["VmRSS"]
-        finally:
-            application.stop()
-    finally:
-        home.remove()
+    with logged_in_application(processes, desktop) as application:
+        keep_polling(application, REST_SETTLE_S)
+        pid = application.process.pid
+        cpu_before, started = cpu_seconds(pid), time.monotonic()
+        keep_polling(application, cpu_s)
+        cpu_percent = 100 * (cpu_seconds(pid) - cpu_before) / (time.monotonic() - started)
+        open_and_close_panel(desktop, application)
+        keep_polling(application, AFTER_PANEL_S)
+        return cpu_percent, memory_of(pid)["VmRSS"]
 
 
 def rest_runs(processes, desktop, runs, cpu_s):
