@@ -143,6 +143,36 @@ void appendEscaped(QByteArray& out, QStringView text) {
     }
 }
 
+// Qt's parser drops a U+FEFF that begins a string (it decodes each string as if it were a
+// document of its own), and skips one that begins the text. A folder's name may start with
+// one, and a text that starts with one is not JSON, so each raw U+FEFF becomes its escape:
+// inside a string it then stays the character it was, and anywhere else it is refused.
+QByteArray withByteOrderMarksEscaped(QByteArrayView text) {
+    constexpr QByteArrayView kRawMark = "\xEF\xBB\xBF";
+    qsizetype mark = text.indexOf(kRawMark);
+    if (mark < 0) {
+        return QByteArray::fromRawData(text.data(), text.size());
+    }
+    QByteArray escaped;
+    escaped.reserve(text.size() + 8);
+    qsizetype copied = 0;
+    for (; mark >= 0; mark = text.indexOf(kRawMark, mark + kRawMark.size())) {
+        // After an odd run of backslashes the mark is itself being escaped, which JSON does
+        // not allow: it stays raw so that the text stays refused.
+        qsizetype backslashes = 0;
+        while (mark - backslashes > 0 && text[mark - backslashes - 1] == '\\') {
+            ++backslashes;
+        }
+        if (backslashes % 2 == 1) {
+            continue;
+        }
+        escaped.append(text.sliced(copied, mark - copied)).append("\\ufeff");
+        copied = mark + kRawMark.size();
+    }
+    escaped.append(text.sliced(copied));
+    return escaped;
+}
+
 }  // namespace
 
 const std::error_category& JSONErrorCategory() {
@@ -268,8 +298,7 @@ namespace json {
 
 QJsonValue parse(QByteArrayView text) {
     QJsonParseError error{};
-    const QJsonDocument document =
-        QJsonDocument::fromJson(QByteArray::fromRawData(text.data(), text.size()), &error);
+    const QJsonDocument document = QJsonDocument::fromJson(withByteOrderMarksEscaped(text), &error);
     if (error.error != QJsonParseError::NoError) {
         throwJSONError(JSONError::dataCorrupted);
     }

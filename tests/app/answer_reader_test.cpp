@@ -92,6 +92,17 @@ TEST(HelperAnswerReader, OtherShapesAfterAFolderListFollowTheFullRule) {
     mixed.insert(mixed.size() - 1, R"(,{"Path":"/b"})");
     EXPECT_TRUE(std::holds_alternative<UndecodableAnswer>(reader.read(mixed)));
     EXPECT_TRUE(std::holds_alternative<UndecodableAnswer>(reader.read("not json")));
+    // A byte-order mark may begin a folder's name or path, read anew or reused; between the
+    // folders it is no JSON, as it is in the whole text.
+    QList<DirItem> marked = folders(2, u"1 of 6"_s);
+    marked[1].path.prepend(QChar(0xFEFF));
+    marked[1].name = QChar(0xFEFF);
+    for (int read = 0; read < 2; ++read) {
+        EXPECT_EQ(std::get<QList<DirItem>>(reader.read(JSONEncode(marked))), marked);
+    }
+    QByteArray markBetween = JSONEncode(marked);
+    markBetween.insert(1, "\xEF\xBB\xBF");
+    EXPECT_TRUE(std::holds_alternative<UndecodableAnswer>(reader.read(markBetween)));
     EXPECT_TRUE(std::holds_alternative<QList<DirItem>>(reader.read("[]")));
 }
 

@@ -148,6 +148,13 @@ TEST(Envelope, WritesItsFourStringsInOrderAndReadsThemBackIgnoringExtraKeys) {
         JSONDecode<KeyExchangeAEADStore>(
             R"({"X":1,"AdditionalData":"a","AEADNonce":"n","Ciphertext":"c","KDFNonce":"k"})"),
         (KeyExchangeAEADStore{u"k"_s, u"c"_s, u"n"_s, u"a"_s}));
+    // A byte-order mark in front of a member's text is part of it, so that strict base64
+    // refuses it later, rather than quietly falling away while the JSON is read.
+    EXPECT_EQ(
+        JSONDecode<KeyExchangeAEADStore>("{\"KDFNonce\":\"\xEF\xBB\xBFk\",\"Ciphertext\":\"c\","
+                                         "\"AEADNonce\":\"n\",\"AdditionalData\":\"a\"}")
+            .kdfNonce,
+        QChar(0xFEFF) + u"k"_s);
     const std::pair<const char*, JSONError> refused[] = {
         {R"({"KDFNonce":"k","Ciphertext":"c","AEADNonce":"n"})", JSONError::keyNotFound},
         {R"({"KDFNonce":"k","Ciphertext":7,"AEADNonce":"n","AdditionalData":"a"})",

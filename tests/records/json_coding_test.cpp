@@ -29,6 +29,37 @@ TEST(JSON, EveryCharacterAndLoneSurrogatesSurviveARoundTrip) {
     EXPECT_EQ(JSONDecode<TypeIDAndData>(encoded), record);
 }
 
+// U+FEFF is a character like any other inside a string (a folder's name may start with one),
+// and no part of JSON outside one: it is neither dropped from a string nor skipped before a
+// document.
+TEST(JSON, AByteOrderMarkIsKeptInsideStringsAndRefusedOutsideThem) {
+    const QString mark(QChar(0xFEFF));
+    const GroupItem group{1, mark, {mark, mark + u"/home/a"_s, u"/home/"_s + mark}};
+    EXPECT_EQ(JSONDecode<std::vector<GroupItem>>(JSONEncode(std::vector{group})),
+              std::vector{group});
+    const DirItem folder{mark, true, 2, mark + u"x"_s, mark + u"/p"_s, mark};
+    EXPECT_EQ(JSONDecode<std::vector<DirItem>>(JSONEncode(std::vector{folder})),
+              std::vector{folder});
+    const TypeIDAndData request{mark, mark + mark, mark + u"[]"_s};
+    EXPECT_EQ(JSONDecode<TypeIDAndData>(JSONEncode(request)), request);
+
+    // The same character raw and escaped reads the same.
+    EXPECT_EQ(JSONDecode<TypeIDAndData>(R"({"Type":"\ufeff","ID":"\ufeffx","Data":""})"),
+              JSONDecode<TypeIDAndData>("{\"Type\":\"\xEF\xBB\xBF\",\"ID\":\"\xEF\xBB\xBFx\","
+                                        "\"Data\":\"\"}"));
+    for (const QByteArray& refused : {
+             QByteArray("\xEF\xBB\xBF[]"),        // before the document
+             QByteArray("[\xEF\xBB\xBF]"),        // between its parts
+             QByteArray("[\"\\\xEF\xBB\xBF\"]"),  // escaped as if it were an escape
+         }) {
+        EXPECT_THROW(json::parse(refused), std::system_error) << refused.toStdString();
+    }
+    // After an escaped backslash it is a character again.
+    EXPECT_EQ(
+        JSONDecode<TypeIDAndData>("{\"Type\":\"\\\\\xEF\xBB\xBF\",\"ID\":\"\",\"Data\":\"\"}").type,
+        u"\\"_s + mark);
+}
+
 TEST(JSON, ValueFromUTF8WritesWhatTheQStringFormWrites) {
     // Every ASCII character, long plain runs on both sides of the escapes, and
     // multi-byte text; lone surrogates have no UTF-8 form and are not offered.
