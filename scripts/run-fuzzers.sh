@@ -1,12 +1,16 @@
 #!/usr/bin/env bash
-# Runs every libFuzzer target of a fuzz build for a bounded time each.
+# The open-ended fuzz run: every libFuzzer target of a fuzz build, at random, for a bounded
+# time each. Run it before you stop when you touched code that reads outside input; the test
+# command only replays the seeds and fuzzes from a fixed seed (`ctest --preset fuzz`).
 #
 #   scripts/run-fuzzers.sh <build-dir> [seconds per target, default 60]
 #
-# Each target starts from a copy of its seed corpus (tests/fuzz/corpus/<target>/), so the
-# source tree is never written to. Any crash, leak, time-out (10 s per input) or memory
+# The targets are the folders of tests/fuzz/corpus/. Each starts from a copy of its seeds,
+# so the source tree is never written to. Any crash, leak, time-out (10 s per input) or memory
 # blow-up (4 GiB) fails the run; the inputs that caused it are kept in
-# <build-dir>/fuzz-findings/<target>/ so they can be replayed with `<target> <file>`.
+# <build-dir>/fuzz-findings/<target>/, which `ctest --preset fuzz` replays from then on. Fix
+# what it found, then add the input to tests/fuzz/corpus/<target>/ under a name that says
+# what it holds, so that every clone replays it.
 set -euo pipefail
 
 if [ $# -lt 1 ] || [ $# -gt 2 ]; then
@@ -17,8 +21,10 @@ fi
 source_dir=$(cd "$(dirname "$0")/.." && pwd)
 build_dir=$(cd "$1" && pwd)
 seconds=${2:-60}
-targets=(fuzz_pem fuzz_envelope fuzz_records fuzz_answer fuzz_open_answer fuzz_output_key
-         fuzz_appcast fuzz_version_order fuzz_update_archive fuzz_autostart_entry)
+targets=()
+for corpus in "$source_dir"/tests/fuzz/corpus/*/; do
+    targets+=("$(basename "$corpus")")
+done
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

@@ -21,6 +21,7 @@ import contextlib
 import os
 import re
 import select
+import shutil
 import signal
 import subprocess
 import sys
@@ -42,16 +43,61 @@ class StepFailed(RuntimeError):
     """A step of a scripted session did not do what it should."""
 
 
-def wait_for(condition, timeout, what, interval=0.1):
-    """Polls condition() until it gives something truthy and returns that."""
+class ProcessEnded(StepFailed):
+    """A program that a step waits for has ended: waiting longer cannot help."""
+
+
+def log_tail(path, lines=30):
+    """The last lines of a component's log, to go with a failure; empty without one."""
+    try:
+        text = Path(path).read_text(errors="replace").rstrip()
+    except OSError:
+        return ""
+    tail = text.splitlines()[-lines:]
+    return f"\n---- the end of {path} ----\n" + "\n".join(tail) if tail else f"\n({path} is empty)"
+
+
+def wait_for(condition, timeout, what, interval=0.1, log=None):
+    """Polls condition() until it gives something truthy and returns that.
+
+    A component that has only just started may refuse to answer for a while (a socket
+    that is there before its owner listens on it, a bus name not yet taken): a condition
+    that raises StepFailed is asked again until the deadline, and only then does the wait
+    fail, with the last refusal and the end of log (a path) when one is given. A
+    ProcessEnded fails it at once."""
     deadline = time.monotonic() + timeout
+    refusal = None
     while True:
-        value = condition()
-        if value:
-            return value
+        try:
+            value = condition()
+            if value:
+                return value
+        except ProcessEnded as ended:
+            raise ProcessEnded(f"{ended}{log_tail(log) if log else ''}") from None
+        except StepFailed as failure:
+            refusal = failure
         if time.monotonic() >= deadline:
-            raise StepFailed(f"timed out after {timeout:g} s waiting for {what}")
+            last = f" (the last attempt: {refusal})" if refusal else ""
+            raise StepFailed(f"timed out after {timeout:g} s waiting for {what}{last}"
+                             f"{log_tail(log) if log else ''}")
         time.sleep(interval)
+
+
+def read_line(stream, timeout, what, log=None):
+    """The first line a starting program writes to stream (a pipe), within timeout."""
+    deadline = time.monotonic() + timeout
+    line = b""
+    while not line.endswith(b"\n"):
+        remaining = deadline - time.monotonic()
+        if remaining <= 0 or not select.select([stream], [], [], remaining)[0]:
+            raise StepFailed(f"{what} wrote nothing within {timeout:g} s"
+                             f"{log_tail(log) if log else ''}")
+        chunk = os.read(stream.fileno(), 256)
+        if not chunk:
+            raise ProcessEnded(f"{what} ended before it wrote its line"
+                               f"{log_tail(log) if log else ''}")
+        line += chunk
+    return line.decode(errors="replace").strip()
 
 
 @dataclass(frozen=True)
@@ -97,19 +143,32 @@ def trayer_command(background=None):
 
 
 class VirtualDesktop:
-    def __init__(self, accessibility=False, tray_background=None):
+    """Xvfb, openbox, trayer and a session bus; each component's output goes to a log of
+    its own in log_dir (a fresh temporary folder by default), whose end a failed wait for
+    the component shows."""
+
+    def __init__(self, accessibility=False, tray_background=None, log_dir=None):
         self.accessibility = accessibility
         self.tray_background = tray_background
         self.display = None
         self.bus_address = None
         self._processes = []
         self._tray = None
+        self._own_log_dir = log_dir is None
+        self.log_dir = Path(log_dir or tempfile.mkdtemp(prefix="brisvane-desktop-logs-"))
+        self.log_dir.mkdir(parents=True, exist_ok=True)
+
+    def log_path(self, component):
+        return self.log_dir / f"{component}.log"
+
+    def _log(self, component):
+        return open(self.log_path(component), "ab")
 
     def __enter__(self):
         try:
             self._start_x_server()
-            # Their chatter (a missing menu file, fd limits) is no news for the caller.
-            self.start(["openbox"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            with self._log("openbox") as log:
+                self.start(["openbox"], stdout=log, stderr=log)
             self._start_tray()
             self._start_session_bus()
             if self.accessibility:
@@ -127,16 +186,28 @@ class VirtualDesktop:
         while self._processes:
             process = self._processes.pop()
             stop_process_group(process)
+        if self._own_log_dir:
+            shutil.rmtree(self.log_dir, ignore_errors=True)
 
     def _start_tray(self):
-        self._tray = self.start(trayer_command(self.tray_background), stderr=subprocess.DEVNULL)
-        wait_for(lambda: self.tray() is not None, 15, "the trayer tray host")
+        def started():
+            # A trayer that found the display not ready yet ends; it is started again.
+            if self._tray is None or self._tray.poll() is not None:
+                if self._tray is not None:
+                    self._processes.remove(self._tray)
+                with self._log("trayer") as log:
+                    self._tray = self.start(trayer_command(self.tray_background), stdout=log,
+                                            stderr=log)
+            return self.tray() is not None
+
+        wait_for(started, 15, "the trayer tray host", log=self.log_path("trayer"))
 
     def restart_tray(self, background):
         """Ends the tray host and starts it again on another background, as a panel
         restarting with a new theme does."""
         stop_process_group(self._tray)
         self._processes.remove(self._tray)
+        self._tray = None
         wait_for(lambda: self.tray() is None, 10, "the old tray host to go")
         self.tray_background = background
         self._start_tray()
@@ -183,46 +254,59 @@ class VirtualDesktop:
         return env
 
     def _start_x_server(self):
-        # Xvfb picks a free display itself and writes its number on the pipe.
-        # -noreset: the AT-SPI launcher's closing X connection must not reset it.
-        read_end, write_end = os.pipe()
-        try:
-            self._processes.append(subprocess.Popen(
-                ["Xvfb", "-displayfd", str(write_end), "-noreset", "-nolisten", "tcp",
-                 "-screen", "0", SCREEN],
-                pass_fds=(write_end,), start_new_session=True,
-                stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL))
-            os.close(write_end)
-            write_end = None
-            number = b""
-            deadline = time.monotonic() + 15
-            while not number.endswith(b"\n"):
-                remaining = deadline - time.monotonic()
-                if remaining <= 0 or not select.select([read_end], [], [], remaining)[0]:
-                    raise StepFailed("Xvfb did not report its display within 15 s")
-                chunk = os.read(read_end, 16)
-                if not chunk:
-                    raise StepFailed("Xvfb ended before it reported its display")
-                number += chunk
-            self.display = ":" + number.decode().strip()
-        finally:
-            os.close(read_end)
-            if write_end is not None:
+        # Xvfb picks a free display itself and writes its number on the pipe; one that ends
+        # first (another server took the display it chose) is started again until the
+        # deadline. -noreset: the AT-SPI launcher's closing X connection must not reset it.
+        deadline = time.monotonic() + 15
+
+        def started():
+            read_end, write_end = os.pipe()
+            try:
+                with self._log("Xvfb") as log:
+                    server = subprocess.Popen(
+                        ["Xvfb", "-displayfd", str(write_end), "-noreset", "-nolisten", "tcp",
+                         "-screen", "0", SCREEN],
+                        pass_fds=(write_end,), start_new_session=True, stdout=log, stderr=log)
+                self._processes.append(server)
                 os.close(write_end)
+                write_end = None
+                with os.fdopen(read_end, "rb", buffering=0) as stream:
+                    read_end = None
+                    number = read_line(stream, max(deadline - time.monotonic(), 0.1),
+                                       "Xvfb")
+            except ProcessEnded:
+                self._processes.remove(server)
+                stop_process_group(server)
+                raise StepFailed("Xvfb ended before it reported its display") from None
+            finally:
+                for end in (read_end, write_end):
+                    if end is not None:
+                        os.close(end)
+            return ":" + number
+
+        self.display = wait_for(started, 15, "Xvfb's display", log=self.log_path("Xvfb"))
 
     def _start_session_bus(self):
         # Without a bus of its own a program on this display would have libdbus
         # autolaunch one, which outlives the desktop.
-        bus = self.start(["dbus-daemon", "--session", "--nofork", "--print-address=1"],
-                         stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
-        self.bus_address = bus.stdout.readline().decode().strip()
-        if not self.bus_address:
-            raise StepFailed("the private session bus did not start")
+        with self._log("session-bus") as log:
+            bus = self.start(["dbus-daemon", "--session", "--nofork", "--print-address=1"],
+                             stdout=subprocess.PIPE, stderr=log)
+        self.bus_address = read_line(bus.stdout, 15, "the session bus",
+                                     log=self.log_path("session-bus"))
 
     def _start_accessibility_bus(self):
-        self.start([AT_SPI_BUS_LAUNCHER, "--launch-immediately", "--a11y=1"],
-                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        wait_for(lambda: self._bus_has_owner("org.a11y.Bus"), 15, "the AT-SPI bus launcher")
+        with self._log("at-spi-bus-launcher") as log:
+            launcher = self.start([AT_SPI_BUS_LAUNCHER, "--launch-immediately", "--a11y=1"],
+                                  stdout=log, stderr=log)
+
+        def ready():
+            if launcher.poll() is not None:
+                raise ProcessEnded(f"the AT-SPI bus launcher ended with status "
+                                   f"{launcher.returncode}")
+            return self._bus_has_owner("org.a11y.Bus")
+
+        wait_for(ready, 15, "the AT-SPI bus launcher", log=self.log_path("at-spi-bus-launcher"))
 
     def _bus_has_owner(self, name):
         reply = subprocess.run(

@@ -30,7 +30,8 @@ import time
 from dataclasses import dataclass
 from pathlib import Path
 
-from virtual_desktop import AT_SPI_BUS_LAUNCHER, StepFailed, stop_process_group, wait_for
+from virtual_desktop import (AT_SPI_BUS_LAUNCHER, ProcessEnded, StepFailed, read_line,
+                             stop_process_group, wait_for)
 
 SCREEN = (1280, 800)
 BAR_HEIGHT = 24
@@ -224,16 +225,18 @@ class WaylandDesktop:
         env["BRISVANE_DEMO_OPENER"] = "true"
         return env
 
+    def log_path(self, name):
+        return self.root / "logs" / f"{name}.log"
+
     def _log(self, name):
-        return open(self.root / "logs" / f"{name}.log", "ab")
+        return open(self.log_path(name), "ab")
 
     def _start_session_bus(self):
         with self._log("session-bus") as log:
             bus = self.start(["dbus-daemon", "--session", f"--address={self.bus_address}",
                               "--nofork", "--print-address=1"],
                              stdout=subprocess.PIPE, stderr=log)
-        if not bus.stdout.readline().strip():
-            raise StepFailed("the private session bus did not start")
+        read_line(bus.stdout, 15, "the session bus", log=self.log_path("session-bus"))
 
     def _start_sway(self):
         config = self.root / "sway.conf"
@@ -247,29 +250,51 @@ class WaylandDesktop:
 
         def ready():
             if sway.poll() is not None:
-                raise StepFailed(f"sway ended with status {sway.returncode}; see "
-                                 f"{self.root / 'logs' / 'sway.log'}")
+                raise ProcessEnded(f"sway ended with status {sway.returncode}")
             displays = [p.name for p in self.runtime_dir.glob("wayland-*")
                         if not p.name.endswith(".lock")]
             sockets = list(self.runtime_dir.glob("sway-ipc.*.sock"))
             return displays and sockets and (displays[0], sockets[0])
 
-        self.wayland_display, self.sway_socket = wait_for(ready, 15, "sway's display")
+        log = self.log_path("sway")
+        self.wayland_display, self.sway_socket = wait_for(ready, 15, "sway's display", log=log)
+        # Its IPC socket is there before sway answers on it.
+        wait_for(lambda: self.swaymsg("-t", "get_version"), 15, "sway's IPC", log=log)
 
     def _plug_in_keyboard(self):
         # Without input devices the seat has no keyboard, and each wtype would plug one
         # in and pull it out again: clients see the keyboard go, and with it the focus,
         # which closes any window that closes on losing the focus. A keyboard that stays
         # is what a real desktop has: a wtype that waits (a day) before typing nothing.
-        self.start(["wtype", "-s", str(24 * 3600 * 1000)], stderr=subprocess.DEVNULL)
-        wait_for(lambda: any(device.get("type") == "keyboard"
-                             for seat in json.loads(self.swaymsg("-t", "get_seats"))
-                             for device in seat.get("devices", [])), 10, "the seat's keyboard")
+        keyboard = None
+
+        def plugged_in():
+            nonlocal keyboard
+            # A wtype that came before the seat was ready ends; it is started again.
+            if keyboard is None or keyboard.poll() is not None:
+                if keyboard is not None:
+                    self._processes.remove(keyboard)
+                with self._log("keyboard") as log:
+                    keyboard = self.start(["wtype", "-s", str(24 * 3600 * 1000)], stdout=log,
+                                          stderr=log)
+            return any(device.get("type") == "keyboard"
+                       for seat in json.loads(self.swaymsg("-t", "get_seats"))
+                       for device in seat.get("devices", []))
+
+        wait_for(plugged_in, 15, "the seat's keyboard", log=self.log_path("keyboard"))
 
     def _start_accessibility_bus(self):
-        self.start([AT_SPI_BUS_LAUNCHER, "--launch-immediately", "--a11y=1"],
-                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        wait_for(lambda: self.bus_has_owner("org.a11y.Bus"), 15, "the AT-SPI bus launcher")
+        with self._log("at-spi-bus-launcher") as log:
+            launcher = self.start([AT_SPI_BUS_LAUNCHER, "--launch-immediately", "--a11y=1"],
+                                  stdout=log, stderr=log)
+
+        def ready():
+            if launcher.poll() is not None:
+                raise ProcessEnded(f"the AT-SPI bus launcher ended with status "
+                                   f"{launcher.returncode}")
+            return self.bus_has_owner("org.a11y.Bus")
+
+        wait_for(ready, 15, "the AT-SPI bus launcher", log=self.log_path("at-spi-bus-launcher"))
 
     def accessibility_client(self):
         """pyatspi, connected to this desktop's accessibility bus."""
@@ -311,11 +336,18 @@ class WaylandDesktop:
         style = self.root / f"waybar-{shade}.css"
         style.write_text(f"window#waybar {{ background: {BAR_COLOURS[shade]}; }}\n")
         self._tray_host_starts += 1
-        with self._log(f"waybar-{self._tray_host_starts}-{shade}") as log:
-            self._tray_host = self.start(["waybar", "-c", str(config), "-s", str(style)],
-                                         stdout=log, stderr=log)
-        wait_for(lambda: self.bus_has_owner(WATCHER), 15, "waybar's status-notifier watcher",
-                 interval=0.02)
+        log_name = f"waybar-{self._tray_host_starts}-{shade}"
+        with self._log(log_name) as log:
+            host = self._tray_host = self.start(["waybar", "-c", str(config), "-s", str(style)],
+                                                stdout=log, stderr=log)
+
+        def watching():
+            if host.poll() is not None:
+                raise ProcessEnded(f"waybar ended with status {host.returncode}")
+            return self.bus_has_owner(WATCHER)
+
+        wait_for(watching, 15, "waybar's status-notifier watcher", interval=0.02,
+                 log=self.log_path(log_name))
         return time.monotonic()
 
     def stop_tray_host(self):

@@ -11,7 +11,6 @@ tray host to run it on.
 """
 
 import contextlib
-import os
 import shutil
 import subprocess
 import sys
@@ -162,11 +161,10 @@ class TrayTest:
                                  self.ui.pyatspi.ROLE_PROGRESS_BAR)
 
     def ctrl_q_ends_the_application(self):
-        # The helper here ignores SIGTERM: Quit must still end both, within 3 s (more
-        # under the sanitizers, whose leak check runs at exit).
+        # The helper here ignores SIGTERM: Quit must still end both. How soon is printed;
+        # the bound only catches an application that waits for its helper for ever.
         self.desktop.key("ctrl+q")
-        within = 6 if "ASAN_OPTIONS" in os.environ else 3
-        took = ends_with_its_helper(self.app, "Ctrl+Q", within)
+        took = ends_with_its_helper(self.app, "Ctrl+Q")
         print(f"X11 Ctrl+Q with a helper that ignores SIGTERM: ended after {took:.2f} s")
 
 

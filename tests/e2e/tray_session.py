@@ -7,7 +7,7 @@ import sys
 import time
 import traceback
 
-from virtual_desktop import StepFailed, wait_for
+from virtual_desktop import ProcessEnded, StepFailed, wait_for
 
 APP_NAME = "brisvane"  # the accessible application's name and its windows' class
 EMAIL = "tester@brisvane.example"
@@ -23,7 +23,8 @@ def check(condition, message):
 def while_running(app, condition):
     """condition, failing at once when the application has ended meanwhile."""
     def checked():
-        check(app.poll() is None, f"the application ended early with status {app.returncode}")
+        if app.poll() is not None:
+            raise ProcessEnded(f"the application ended early with status {app.returncode}")
         return condition()
     return checked
 

@@ -5,11 +5,13 @@ Usage: wayland_e2e.py <tray_e2e_app> <screenshot folder>
 sway runs without a screen, first with no tray at all, then with waybar as the
 status-notifier tray host, which is ended and started again on a light and on a
 dark bar. The application must open as a window while there is no tray and come
-back to the front on a second start, find every new tray within 2 s, float its
+back to the front on a second start, find every new tray, float its
 panel when its item is activated, take the keyboard there, log in, watch a folder
 until it is up to date, close on a second activation and on Escape, and end with
 Ctrl+Q. Every screenshot of the bar must show its icon at 3:1 contrast or more.
-Timings, window geometry and contrast figures are printed for people to quote.
+Timings, window geometry and contrast figures are printed for people to quote; the
+waits only fail the test where something never happens (the machine may be loaded),
+and the figures are the benchmarks' to judge.
 
 sway refuses to run as root: as root, the test copies the application into a
 folder of a throwaway user and runs itself again as that user (--inner).
@@ -39,7 +41,6 @@ from wayland_desktop import (  # noqa: E402
     missing_root_tools, throwaway_user)
 
 SKIPPED = 77
-TRAY_JOIN_LIMIT = 2.0  # seconds from a tray host's watcher to the application's item in it
 PANEL_MAX_SIZE = (800, 700)  # a popup panel, not a screen-filling window
 # The files this test runs from, copied for the throwaway user beside the application.
 OWN_FILES = ("tests/e2e/wayland_e2e.py", "tests/e2e/icon_contrast.py",
@@ -127,7 +128,7 @@ class WaylandTrayTest:
         second = self.desktop.start(self.app_command, env=self.app_env, stdout=subprocess.PIPE,
                                     stderr=subprocess.STDOUT)
         started = time.monotonic()
-        second_start_hands_over(second, timeout=5)
+        second_start_hands_over(second)
         print(f"  the second start said so and ended with status 0 after "
               f"{time.monotonic() - started:.2f} s")
 
@@ -139,7 +140,7 @@ class WaylandTrayTest:
         check(window.floating, f"the panel shows tiled, not floating: {window}")
         try:
             window = wait_for(self.alive(lambda: next(
-                (w for w in self.app_windows() if w.visible and w.focused), None)), 3,
+                (w for w in self.app_windows() if w.visible and w.focused), None)), 10,
                 "the panel to take the focus")
         except StepFailed:
             raise StepFailed(f"the panel does not take the focus: "
@@ -150,7 +151,7 @@ class WaylandTrayTest:
     def wait_for_panel_to_close(self, what):
         started = time.monotonic()
         try:
-            wait_for(self.alive(lambda: not self.app_windows()), 5, what)
+            wait_for(self.alive(lambda: not self.app_windows()), 10, what)
         except StepFailed:
             raise StepFailed(f"the panel stayed: {describe(self.app_windows())}") from None
         print(f"  the panel closed after {time.monotonic() - started:.2f} s")
@@ -166,7 +167,7 @@ class WaylandTrayTest:
     def second_start_brings_the_window_to_the_front(self):
         print("a second start hands over to the running copy, which comes to the front")
         self.desktop.swaymsg(f"[pid={self.app.pid}] move scratchpad")
-        wait_for(lambda: not any(w.visible for w in self.app_windows()), 5,
+        wait_for(lambda: not any(w.visible for w in self.app_windows()), 10,
                  "the window to go to the scratchpad")
         self.start_second_copy()
         try:
@@ -192,9 +193,6 @@ class WaylandTrayTest:
                              f"{self.desktop.tray_items()}") from None
         delay = time.monotonic() - watcher_seen
         print(f"  item {self.item} registered {delay:.2f} s after the watcher appeared")
-        self.expect(delay <= TRAY_JOIN_LIMIT,
-                    f"the item joined the {shade} tray {delay:.2f} s after its watcher "
-                    f"appeared, more than {TRAY_JOIN_LIMIT:g} s")
         self.shoot_bar(shot, shade)
 
     def activation_opens_a_floating_panel(self):
