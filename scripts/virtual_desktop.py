@@ -409,11 +409,14 @@ class AccessibleApp:
                              f"{app_name} on the accessibility bus")
 
     def _find_application(self, name):
-        registry_desktop = self.pyatspi.Registry.getDesktop(0)
-        for index in range(registry_desktop.childCount):
-            application = registry_desktop.getChildAtIndex(index)
-            if application is not None and application.name == name:
-                return application
+        try:
+            registry_desktop = self.pyatspi.Registry.getDesktop(0)
+            for index in range(registry_desktop.childCount):
+                application = registry_desktop.getChildAtIndex(index)
+                if application is not None and application.name == name:
+                    return application
+        except Exception as refusal:  # the registry is started on demand and may not answer yet
+            raise StepFailed(f"the accessibility registry did not answer: {refusal}") from None
         return None
 
     def find(self, name, role=None, showing=True):

@@ -1,4 +1,4 @@
-// A thousand helper restarts leave no descriptor, thread or child behind.
+// Hundreds of helper restarts leave no descriptor, thread or child behind.
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -21,8 +21,10 @@ qsizetype entriesIn(const char* path) {
 
 }  // namespace
 
-TEST(HelperRestarts, ThousandRestartsLeakNothing) {
-    constexpr int kRestarts = 1000;
+TEST(HelperRestarts, HundredsOfRestartsLeakNothing) {
+    // Enough for a leak of one descriptor or thread a restart to stand far above the noise; a
+    // helper built with the sanitizers on a loaded machine takes a quarter of a second each.
+    constexpr int kRestarts = 300;
     const qsizetype descriptorsBefore = entriesIn("/proc/self/fd");
     const qsizetype threadsBefore = entriesIn("/proc/self/task");
     {
@@ -30,7 +32,7 @@ TEST(HelperRestarts, ThousandRestartsLeakNothing) {
         // Each helper prints its key block and ends at once; the manager starts the next.
         options.environment["BRISVANE_DEMO_EXIT_AFTER"] = "0";
         RunningHelper helper(options);
-        ASSERT_TRUE(waitUntil([&] { return helper.exits >= kRestarts; }, 120'000))
+        ASSERT_TRUE(waitUntil([&] { return helper.exits >= kRestarts; }, 300'000))
             << "only " << helper.exits << " restarts";
     }
     // The fixture drew one port: every busy port it probed kept its descriptor.
