@@ -3,9 +3,7 @@
 // A keep-alive HTTP/1.1 client connection on a plain socket, for POSTs to the helper's
 // loopback endpoint. It is used from one thread at a time and blocks that thread for at most
 // an exchange's time limit; a wake descriptor that becomes readable ends any wait at once.
-//
-// The answer is read into one buffer that is kept between exchanges, so a large answer ten
-// times a second costs no fresh allocation, and a body arrives where it is read from.
+// What comes back is read by an HttpAnswerReader, which keeps its buffer between exchanges.
 
 #include <QByteArray>
 #include <QByteArrayView>
@@ -15,12 +13,7 @@
 #include <variant>
 
 #include "exchange.h"
-
-struct HttpAnswer {
-    int status = 0;
-    // Valid until the next exchange on the same connection.
-    QByteArrayView body;
-};
+#include "http_answer_reader.h"
 
 class HttpConnection {
 public:
@@ -46,17 +39,15 @@ private:
 
     std::error_code connectTo(const QString& host, int port, Deadline deadline);
     std::error_code send(QByteArrayView head, QByteArrayView body, Deadline deadline);
-    std::variant<HttpAnswer, std::error_code> receive(const HttpLimits& limits, Deadline deadline);
-    // Reads what the socket has into the buffer, waiting for it until the deadline. Returns
-    // the bytes read (0 at the end of the stream) or the error.
-    std::variant<qsizetype, std::error_code> readSome(Deadline deadline);
+    // The answer (its body valid until the next exchange), or why none came; receivedAny
+    // tells whether the helper sent anything at all.
+    std::variant<HttpAnswer, std::error_code> receive(const HttpLimits& limits, Deadline deadline,
+                                                      bool& receivedAny);
     std::error_code waitFor(short events, Deadline deadline) const;
 
     int wakeDescriptor_;
     int socket_ = -1;
     QString host_;
     int port_ = 0;
-    // Received bytes: an answer's head, then its body (de-chunked in place) from bodyStart_.
-    QByteArray buffer_;
-    qsizetype received_ = 0;
+    HttpAnswerReader reader_;
 };
