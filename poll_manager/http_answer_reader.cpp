@@ -201,11 +201,16 @@ std::optional<AnswerHead> parseHead(QByteArrayView head) {
     return parsed;
 }
 
-// The end of the line that starts at `text`, or -1 while it may still come; a line longer
-// than `limit` (with its CRLF) is the caller's to refuse. Only the first `limit` bytes are
-// searched, so how the bytes were cut into reads never decides.
-qsizetype lineEndWithin(QByteArrayView text, QByteArrayView end, qsizetype limit, bool& tooLong) {
-    const qsizetype found = text.first(std::min(text.size(), limit)).indexOf(end);
+// Where `end` first stands in `text`, or -1 while it may still come; text that reaches
+// `limit` bytes without it is the caller's to refuse. Only the first `limit` bytes are
+// searched, so how the bytes were cut into reads never decides. The first `searched` bytes
+// were searched before, and are not again.
+qsizetype lineEndWithin(QByteArrayView text, QByteArrayView end, qsizetype limit,
+                        qsizetype& searched, bool& tooLong) {
+    const QByteArrayView searchable = text.first(std::min(text.size(), limit));
+    const qsizetype found =
+        searchable.indexOf(end, std::max<qsizetype>(0, searched - (end.size() - 1)));
+    searched = found < 0 ? searchable.size() : 0;
     tooLong = found < 0 && text.size() >= limit;
     return found;
 }
@@ -214,7 +219,8 @@ qsizetype lineEndWithin(QByteArrayView text, QByteArrayView end, qsizetype limit
 
 void HttpAnswerReader::start(qsizetype maxBodyBytes) {
     maxBodyBytes_ = maxBodyBytes;
-    received_ = parsed_ = bodyStart_ = bodyEnd_ = headBytes_ = chunkLeft_ = trailerLines_ = 0;
+    received_ = parsed_ = bodyStart_ = bodyEnd_ = headBytes_ = searched_ = chunkLeft_ = 0;
+    trailerLines_ = 0;
     stage_ = Stage::head;
     answer_ = {};
     refusal_ = {};
@@ -300,7 +306,7 @@ HttpAnswerReader::Outcome HttpAnswerReader::parseHead(bool streamEnded) {
         const QByteArrayView unparsed(buffer_.constData() + parsed_, received_ - parsed_);
         bool tooLong = false;
         const qsizetype end =
-            lineEndWithin(unparsed, "\r\n\r\n", kMaxHeadBytes - headBytes_, tooLong);
+            lineEndWithin(unparsed, "\r\n\r\n", kMaxHeadBytes - headBytes_, searched_, tooLong);
         if (tooLong) {
             return refuse(TransportError::malformedAnswer);
         }
@@ -352,7 +358,7 @@ HttpAnswerReader::Outcome HttpAnswerReader::parseChunked(bool streamEnded) {
             case Stage::trailer: {
                 bool tooLong = false;
                 const qsizetype lineEnd =
-                    lineEndWithin(unparsed, kLineEnd, kMaxChunkLineBytes, tooLong);
+                    lineEndWithin(unparsed, kLineEnd, kMaxChunkLineBytes, searched_, tooLong);
                 if (tooLong) {
                     return refuse(TransportError::malformedAnswer);
                 }

@@ -65,6 +65,7 @@ private:
     qsizetype bodyStart_ = 0;
     qsizetype bodyEnd_ = 0;
     qsizetype headBytes_ = 0;  // of every head so far, interim answers' included
+    qsizetype searched_ = 0;   // of the bytes after parsed_, for the end of a head or line
     qsizetype chunkLeft_ = 0;
     qsizetype trailerLines_ = 0;
     Stage stage_ = Stage::head;
