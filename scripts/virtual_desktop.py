@@ -161,13 +161,13 @@ class VirtualDesktop:
     def log_path(self, component):
         return self.log_dir / f"{component}.log"
 
-    def _log(self, component):
+    def open_log(self, component):
         return open(self.log_path(component), "ab")
 
     def __enter__(self):
         try:
             self._start_x_server()
-            with self._log("openbox") as log:
+            with self.open_log("openbox") as log:
                 self.start(["openbox"], stdout=log, stderr=log)
             self._start_tray()
             self._start_session_bus()
@@ -195,7 +195,7 @@ class VirtualDesktop:
             if self._tray is None or self._tray.poll() is not None:
                 if self._tray is not None:
                     self._processes.remove(self._tray)
-                with self._log("trayer") as log:
+                with self.open_log("trayer") as log:
                     self._tray = self.start(trayer_command(self.tray_background), stdout=log,
                                             stderr=log)
             return self.tray() is not None
@@ -262,7 +262,7 @@ class VirtualDesktop:
         def started():
             read_end, write_end = os.pipe()
             try:
-                with self._log("Xvfb") as log:
+                with self.open_log("Xvfb") as log:
                     server = subprocess.Popen(
                         ["Xvfb", "-displayfd", str(write_end), "-noreset", "-nolisten", "tcp",
                          "-screen", "0", SCREEN],
@@ -289,26 +289,16 @@ class VirtualDesktop:
     def _start_session_bus(self):
         # Without a bus of its own a program on this display would have libdbus
         # autolaunch one, which outlives the desktop.
-        with self._log("session-bus") as log:
+        with self.open_log("session-bus") as log:
             bus = self.start(["dbus-daemon", "--session", "--nofork", "--print-address=1"],
                              stdout=subprocess.PIPE, stderr=log)
         self.bus_address = read_line(bus.stdout, 15, "the session bus",
                                      log=self.log_path("session-bus"))
 
     def _start_accessibility_bus(self):
-        with self._log("at-spi-bus-launcher") as log:
-            launcher = self.start([AT_SPI_BUS_LAUNCHER, "--launch-immediately", "--a11y=1"],
-                                  stdout=log, stderr=log)
+        start_accessibility_bus(self)
 
-        def ready():
-            if launcher.poll() is not None:
-                raise ProcessEnded(f"the AT-SPI bus launcher ended with status "
-                                   f"{launcher.returncode}")
-            return self._bus_has_owner("org.a11y.Bus")
-
-        wait_for(ready, 15, "the AT-SPI bus launcher", log=self.log_path("at-spi-bus-launcher"))
-
-    def _bus_has_owner(self, name):
+    def bus_has_owner(self, name):
         reply = subprocess.run(
             ["dbus-send", "--session", "--print-reply", "--dest=org.freedesktop.DBus",
              "/org/freedesktop/DBus", "org.freedesktop.DBus.NameHasOwner", f"string:{name}"],
@@ -377,6 +367,21 @@ class VirtualDesktop:
 def _inside(point, window):
     x, y = point
     return window.x <= x < window.x + window.width and window.y <= y < window.y + window.height
+
+
+def start_accessibility_bus(desktop):
+    """Starts the AT-SPI bus launcher on a desktop's session bus (a VirtualDesktop or a
+    WaylandDesktop) and waits until its bus is there."""
+    with desktop.open_log("at-spi-bus-launcher") as log:
+        launcher = desktop.start([AT_SPI_BUS_LAUNCHER, "--launch-immediately", "--a11y=1"],
+                                 stdout=log, stderr=log)
+
+    def ready():
+        if launcher.poll() is not None:
+            raise ProcessEnded(f"the AT-SPI bus launcher ended with status {launcher.returncode}")
+        return desktop.bus_has_owner("org.a11y.Bus")
+
+    wait_for(ready, 15, "the AT-SPI bus launcher", log=desktop.log_path("at-spi-bus-launcher"))
 
 
 def stop_process_group(process, grace=3.0):

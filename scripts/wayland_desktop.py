@@ -30,7 +30,7 @@ import time
 from dataclasses import dataclass
 from pathlib import Path
 
-from virtual_desktop import (AT_SPI_BUS_LAUNCHER, ProcessEnded, StepFailed, read_line,
+from virtual_desktop import (ProcessEnded, StepFailed, read_line, start_accessibility_bus,
                              stop_process_group, wait_for)
 
 SCREEN = (1280, 800)
@@ -228,11 +228,11 @@ class WaylandDesktop:
     def log_path(self, name):
         return self.root / "logs" / f"{name}.log"
 
-    def _log(self, name):
+    def open_log(self, name):
         return open(self.log_path(name), "ab")
 
     def _start_session_bus(self):
-        with self._log("session-bus") as log:
+        with self.open_log("session-bus") as log:
             bus = self.start(["dbus-daemon", "--session", f"--address={self.bus_address}",
                               "--nofork", "--print-address=1"],
                              stdout=subprocess.PIPE, stderr=log)
@@ -245,7 +245,7 @@ class WaylandDesktop:
         env.update(WLR_BACKENDS="headless", WLR_LIBINPUT_NO_DEVICES="1",
                    WLR_RENDERER="pixman")
         # Its complaints about DRM and Xwayland are expected without a screen.
-        with self._log("sway") as log:
+        with self.open_log("sway") as log:
             sway = self.start(["sway", "-c", str(config)], env=env, stdout=log, stderr=log)
 
         def ready():
@@ -274,7 +274,7 @@ class WaylandDesktop:
             if keyboard is None or keyboard.poll() is not None:
                 if keyboard is not None:
                     self._processes.remove(keyboard)
-                with self._log("keyboard") as log:
+                with self.open_log("keyboard") as log:
                     keyboard = self.start(["wtype", "-s", str(24 * 3600 * 1000)], stdout=log,
                                           stderr=log)
             return any(device.get("type") == "keyboard"
@@ -284,17 +284,7 @@ class WaylandDesktop:
         wait_for(plugged_in, 15, "the seat's keyboard", log=self.log_path("keyboard"))
 
     def _start_accessibility_bus(self):
-        with self._log("at-spi-bus-launcher") as log:
-            launcher = self.start([AT_SPI_BUS_LAUNCHER, "--launch-immediately", "--a11y=1"],
-                                  stdout=log, stderr=log)
-
-        def ready():
-            if launcher.poll() is not None:
-                raise ProcessEnded(f"the AT-SPI bus launcher ended with status "
-                                   f"{launcher.returncode}")
-            return self.bus_has_owner("org.a11y.Bus")
-
-        wait_for(ready, 15, "the AT-SPI bus launcher", log=self.log_path("at-spi-bus-launcher"))
+        start_accessibility_bus(self)
 
     def accessibility_client(self):
         """pyatspi, connected to this desktop's accessibility bus."""
@@ -337,7 +327,7 @@ class WaylandDesktop:
         style.write_text(f"window#waybar {{ background: {BAR_COLOURS[shade]}; }}\n")
         self._tray_host_starts += 1
         log_name = f"waybar-{self._tray_host_starts}-{shade}"
-        with self._log(log_name) as log:
+        with self.open_log(log_name) as log:
             host = self._tray_host = self.start(["waybar", "-c", str(config), "-s", str(style)],
                                                 stdout=log, stderr=log)
 
