@@ -69,6 +69,29 @@ bool isFieldValue(QByteArrayView text) {
     });
 }
 
+// "name: value" with the name a token right against its colon, and a value of visible
+// characters, or nothing. A line that starts with a blank continues the one before
+// (obs-fold), and blanks before the colon make the name unclear. The RFC lets a user agent
+// repair obs-fold, but both are where two readers of the same bytes come to disagree on the
+// framing, and our helper never sends either: they are refused rather than repaired, in the
+// head and in a chunked body's trailer alike.
+struct Field {
+    QByteArrayView name;
+    QByteArrayView value;  // without its blanks
+};
+
+std::optional<Field> parseField(QByteArrayView line) {
+    const qsizetype colon = line.indexOf(':');
+    if (colon < 0 || !isToken(line.first(colon))) {
+        return std::nullopt;
+    }
+    const Field field{line.first(colon), trimBlanks(line.sliced(colon + 1))};
+    if (!isFieldValue(field.value)) {
+        return std::nullopt;
+    }
+    return field;
+}
+
 // Calls each(element) for the comma-separated elements of a field value, each without its
 // blanks; stops at the first for which each returns false, and returns whether none did.
 template <typename Each>
@@ -137,19 +160,12 @@ std::optional<AnswerHead> parseHead(QByteArrayView head) {
         if (++fieldLines > HttpAnswerReader::kMaxFieldLines) {
             return std::nullopt;
         }
-        // A line that starts with a blank continues the one before (obs-fold), and blanks
-        // before the colon make the name unclear. Both are long obsolete and are where two
-        // readers of the same bytes come to disagree on the framing; our helper never sends
-        // either, so they are refused rather than repaired.
-        const qsizetype colon = line.indexOf(':');
-        if (colon < 0 || !isToken(line.first(colon))) {
+        const std::optional<Field> field = parseField(line);
+        if (!field) {
             return std::nullopt;
         }
-        const QByteArrayView name = line.first(colon);
-        const QByteArrayView value = trimBlanks(line.sliced(colon + 1));
-        if (!isFieldValue(value)) {
-            return std::nullopt;
-        }
+        const QByteArrayView name = field->name;
+        const QByteArrayView value = field->value;
         if (sameToken(name, "Content-Length")) {
             // Repeats of one length (as fields or as a list) are one length; two are none.
             const bool oneLength = eachListElement(value, [&](QByteArrayView element) {
@@ -373,7 +389,7 @@ HttpAnswerReader::Outcome HttpAnswerReader::parseChunked(bool streamEnded) {
                         return finish();
                     }
                     // Trailer fields are read past, not used; there may not be many.
-                    if (++trailerLines_ > kMaxTrailerLines || !isFieldValue(line)) {
+                    if (++trailerLines_ > kMaxTrailerLines || !parseField(line)) {
                         return refuse(TransportError::malformedAnswer);
                     }
                     break;

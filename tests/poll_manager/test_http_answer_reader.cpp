@@ -151,6 +151,10 @@ TEST(HttpAnswerReader, FramingThatCouldBeReadTwoWaysIsRefused) {
              "HTTP/1.1 99 Low\r\n\r\n",
              "SSH-2.0-OpenSSH\r\n\r\n",
              "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nz\r\n",
+             // A trailer's lines are held to the head's rules.
+             "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n0\r\nT: a\r\n b\r\n\r\n",
+             "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n0\r\nT : a\r\n\r\n",
+             "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n0\r\nno colon\r\n\r\n",
              "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n1\r\nxy\r\n0\r\n\r\n",
          }) {
         EXPECT_EQ(read(head), malformed) << head;
