@@ -30,8 +30,8 @@ import time
 from dataclasses import dataclass
 from pathlib import Path
 
-from virtual_desktop import (ProcessEnded, StepFailed, read_line, start_accessibility_bus,
-                             stop_process_group, wait_for)
+from virtual_desktop import (ProcessEnded, StepFailed, log_tail, read_line,
+                             start_accessibility_bus, stop_process_group, wait_for)
 
 SCREEN = (1280, 800)
 BAR_HEIGHT = 24
@@ -139,6 +139,7 @@ class WaylandDesktop:
         self._processes = []
         self._tray_host = None
         self._tray_host_starts = 0
+        self._tray_host_log = None
 
     def __enter__(self):
         if len(str(self.runtime_dir)) > RUNTIME_DIR_MAX_LENGTH:
@@ -326,7 +327,7 @@ class WaylandDesktop:
         style = self.root / f"waybar-{shade}.css"
         style.write_text(f"window#waybar {{ background: {BAR_COLOURS[shade]}; }}\n")
         self._tray_host_starts += 1
-        log_name = f"waybar-{self._tray_host_starts}-{shade}"
+        log_name = self._tray_host_log = f"waybar-{self._tray_host_starts}-{shade}"
         with self.open_log(log_name) as log:
             host = self._tray_host = self.start(["waybar", "-c", str(config), "-s", str(style)],
                                                 stdout=log, stderr=log)
@@ -339,6 +340,10 @@ class WaylandDesktop:
         wait_for(watching, 15, "waybar's status-notifier watcher", interval=0.02,
                  log=self.log_path(log_name))
         return time.monotonic()
+
+    def tray_host_log_tail(self):
+        """The last lines of the running (or last) waybar's log, to go with a failure."""
+        return log_tail(self.log_path(self._tray_host_log))
 
     def stop_tray_host(self):
         """Ends waybar, as a crash or a restart of the bar would."""

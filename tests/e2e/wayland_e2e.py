@@ -112,10 +112,17 @@ class WaylandTrayTest:
             self.desktop.screenshot(self.bar_probe, region=(0, 0, SCREEN[0], BAR_HEIGHT))
             return measure_screenshot(self.bar_probe, BAR_HEIGHT, colour).box
         # An icon drawn in the bar's own colour never shows: the judgement below says so.
-        with contextlib.suppress(StepFailed):
-            wait_for(icon_drawn, 3, "the icon in the bar")
+        # The wait is long because a loaded machine (or a sanitizer build) can take
+        # seconds between the item's registration and waybar drawing its pixmap.
+        drawn = True
+        try:
+            wait_for(icon_drawn, 15, "the icon in the bar")
+        except StepFailed:
+            drawn = False
         contrast = measure_screenshot(self.shoot(name), BAR_HEIGHT, colour)
         print(f"  {name}: {contrast.summary()}")
+        if not drawn:
+            print(self.desktop.tray_host_log_tail())
         self.expect(contrast.legible, f"the icon on the {shade} bar ({name}.png) is not "
                                       f"legible: {contrast.summary()}")
         if contrast.box:
